@@ -1,0 +1,151 @@
+// Kelvor basic definitions: export macro, Windows-style scalar types and the
+// small portable stand-ins for the Windows and framework types that the
+// library's interface names. This is the only header that defines them.
+#ifndef KELVOR_KDEFS_H
+#define KELVOR_KDEFS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// Every public class and free function carries KELVOR_API, as a DLL exports.
+#if defined(_WIN32)
+#  if defined(KELVOR_BUILDING)
+#    define KELVOR_API __declspec(dllexport)
+#  else
+#    define KELVOR_API __declspec(dllimport)
+#  endif
+#else
+#  define KELVOR_API __attribute__((visibility("default")))
+#endif
+
+#if !defined(_WIN32)
+// A macro rather than a typedef so that "unsigned __int64" stays valid.
+#  ifndef __int64
+#    define __int64 long long
+#  endif
+
+typedef int BOOL;
+typedef unsigned char BYTE;
+typedef unsigned short WORD;
+typedef uint32_t DWORD;
+typedef unsigned int UINT;
+typedef int32_t LONG;
+typedef uint32_t ULONG;
+typedef const char* LPCSTR;
+typedef const char* LPCTSTR;
+typedef char* LPSTR;
+typedef void* LPVOID;
+typedef uintptr_t WPARAM;
+typedef intptr_t LPARAM;
+typedef intptr_t LRESULT;
+
+#  ifndef TRUE
+#    define TRUE 1
+#  endif
+#  ifndef FALSE
+#    define FALSE 0
+#  endif
+#  ifndef INFINITE
+#    define INFINITE 0xFFFFFFFFu
+#  endif
+
+// 100-nanosecond intervals since 1 January 1601 (UTC), split in two halves.
+struct FILETIME {
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+};
+
+struct SYSTEMTIME {
+  WORD wYear;
+  WORD wMonth;
+  WORD wDayOfWeek;
+  WORD wDay;
+  WORD wHour;
+  WORD wMinute;
+  WORD wSecond;
+  WORD wMilliseconds;
+};
+
+// A window handle is an opaque message-target handle here (see KMessage.h).
+struct KHWND__;
+typedef KHWND__* HWND;
+
+// Sockets are file descriptors on POSIX, kept in the Windows-sized slot.
+typedef uintptr_t SOCKET;
+#  define INVALID_SOCKET (~(SOCKET)0)
+#  define SOCKET_ERROR (-1)
+#endif  // !_WIN32
+
+// The framework string: list overloads that take it accept std::string.
+typedef std::string CString;
+typedef std::string CStringT;
+
+// Root of the framework's object hierarchy: only a virtual destructor.
+class KELVOR_API CObject {
+public:
+  virtual ~CObject();
+};
+
+// The framework's "not supported" exception, thrown by KDbgThrow.
+class KELVOR_API CNotSupportedException : public CObject {
+public:
+  CNotSupportedException() {}
+};
+
+// Window and view stand-ins: a message-target handle, nothing more.
+class KELVOR_API CWnd : public CObject {
+public:
+  CWnd() : m_hWnd(nullptr) {}
+  explicit CWnd(HWND h) : m_hWnd(h) {}
+  HWND GetSafeHwnd() const { return m_hWnd; }
+  HWND m_hWnd;
+};
+
+class KELVOR_API CView : public CWnd {
+public:
+  CView() {}
+};
+
+// OLE automation date: days since 30 December 1899 (fraction = time of day)
+// plus a valid/invalid status. Enough for the date conversions.
+class KELVOR_API COleDateTime {
+public:
+  enum DateTimeStatus { valid = 0, invalid = 1, null = 2 };
+
+  COleDateTime() : m_dt(0.0), m_status(valid) {}
+  COleDateTime(double dt) : m_dt(dt), m_status(valid) {}
+  COleDateTime(int nYear, int nMonth, int nDay, int nHour, int nMin, int nSec);
+
+  int SetDateTime(int nYear, int nMonth, int nDay, int nHour, int nMin, int nSec);
+  DateTimeStatus GetStatus() const { return m_status; }
+  void SetStatus(DateTimeStatus s) { m_status = s; }
+  operator double() const { return m_dt; }
+
+  // Broken-down fields; -1 when the value is not valid.
+  int GetYear() const;
+  int GetMonth() const;
+  int GetDay() const;
+  int GetHour() const;
+  int GetMinute() const;
+  int GetSecond() const;
+  int GetDayOfWeek() const;  // 1 = Sunday ... 7 = Saturday
+  int GetDayOfYear() const;  // 1 = 1 January
+
+  double m_dt;
+  DateTimeStatus m_status;
+};
+
+// Portable stand-in for the automation variant, as far as GUID text
+// conversion needs it: either empty or holding a text.
+class KELVOR_API _variant_t {
+public:
+  enum { VT_EMPTY = 0, VT_BSTR = 8 };
+  _variant_t() : vt(VT_EMPTY) {}
+  _variant_t(const char* s) : vt(s ? VT_BSTR : VT_EMPTY), strVal(s ? s : "") {}
+  _variant_t(const std::string& s) : vt(VT_BSTR), strVal(s) {}
+  unsigned short vt;
+  std::string strVal;
+};
+
+#endif  // KELVOR_KDEFS_H

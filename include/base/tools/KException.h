@@ -1,0 +1,18 @@
+// The library's one exception for heap exhaustion.
+#ifndef KELVOR_KEXCEPTION_H
+#define KELVOR_KEXCEPTION_H
+
+#include <base/tools/KDefs.h>
+
+// Thrown when the C heap refuses a block; names the allocation site.
+class KELVOR_API CKMemoryException {
+public:
+  CKMemoryException(const char* szFile, unsigned nLine) : m_szFile(szFile), m_nLine(nLine) {}
+  CKMemoryException(const CKMemoryException& e) = default;
+  CKMemoryException& operator=(const CKMemoryException& e) = default;
+
+  const char* m_szFile;
+  unsigned m_nLine;
+};
+
+#endif  // KELVOR_KEXCEPTION_H

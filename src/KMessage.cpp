@@ -1,0 +1,142 @@
+// Message targets: synchronous delivery on the owner thread, a queue for
+// every other thread, drained by the owner's KMessagePump.
+#define KSRC_PATH "src/KMessage"
+
+#include <base/tools/KMessage.h>
+
+#include <deque>
+#include <set>
+
+#include <base/tools/KDebug.h>
+
+#include "platform/KPlatform.h"
+
+struct KHWND__ {
+  KMessageProc pProc;
+  void* pContext;
+  uint32_t nOwnerThread;
+  kplat::Event* pQueued;  // auto-reset: set when a message is queued
+  struct Msg {
+    UINT nMsg;
+    WPARAM wParam;
+    LPARAM lParam;
+  };
+  std::deque<Msg> queue;  // guarded by the registry lock
+};
+
+namespace {
+
+// Registry of live targets; also guards every queue.
+struct Registry {
+  kplat::Mutex* pLock = kplat::MutexNew();
+  std::set<HWND> targets;
+};
+
+Registry& Reg() {
+  static Registry* p = new Registry;  // outlives every static destructor
+  return *p;
+}
+
+struct RegLock {
+  RegLock() { kplat::MutexLock(Reg().pLock); }
+  ~RegLock() { kplat::MutexUnlock(Reg().pLock); }
+};
+
+bool IsLive(HWND h) { return h && Reg().targets.count(h) != 0; }
+
+}  // namespace
+
+HWND KMessageTargetCreate(KMessageProc pProc, void* pContext) {
+  if (!pProc) {
+    KLog(KLOG_ASSERT, "KMessageTargetCreate: no message procedure");
+    return nullptr;
+  }
+  HWND h = new KHWND__;
+  h->pProc = pProc;
+  h->pContext = pContext;
+  h->nOwnerThread = kplat::CurrentThreadId();
+  h->pQueued = kplat::EventNew(false, false);
+  RegLock lock;
+  Reg().targets.insert(h);
+  return h;
+}
+
+void KMessageTargetDestroy(HWND hWnd) {
+  std::deque<KHWND__::Msg> pending;
+  {
+    RegLock lock;
+    if (!IsLive(hWnd)) return;
+    Reg().targets.erase(hWnd);
+    pending.swap(hWnd->queue);
+  }
+  // Log records belong to the receiver; nobody will receive these now.
+  for (const auto& m : pending)
+    if (m.nMsg == KWM_LOG) delete (CKLogMsg*)m.lParam;
+  kplat::EventFree(hWnd->pQueued);
+  delete hWnd;
+}
+
+BOOL KIsMessageTarget(HWND hWnd) {
+  RegLock lock;
+  return IsLive(hWnd) ? TRUE : FALSE;
+}
+
+BOOL KMessageIsOwnerThread(HWND hWnd) {
+  RegLock lock;
+  return (IsLive(hWnd) && hWnd->nOwnerThread == kplat::CurrentThreadId()) ? TRUE : FALSE;
+}
+
+BOOL KPostMessage(HWND hWnd, UINT nMsg, WPARAM wParam, LPARAM lParam) {
+  RegLock lock;
+  if (!IsLive(hWnd)) return FALSE;
+  hWnd->queue.push_back({nMsg, wParam, lParam});
+  kplat::EventSet(hWnd->pQueued);
+  return TRUE;
+}
+
+LRESULT KSendMessage(HWND hWnd, UINT nMsg, WPARAM wParam, LPARAM lParam) {
+  KMessageProc pProc = nullptr;
+  void* pContext = nullptr;
+  {
+    RegLock lock;
+    if (!IsLive(hWnd)) return 0;
+    if (hWnd->nOwnerThread != kplat::CurrentThreadId()) {
+      hWnd->queue.push_back({nMsg, wParam, lParam});
+      kplat::EventSet(hWnd->pQueued);
+      return 0;
+    }
+    pProc = hWnd->pProc;
+    pContext = hWnd->pContext;
+  }
+  return pProc(hWnd, nMsg, wParam, lParam, pContext);
+}
+
+int KMessagePump(HWND hWnd, DWORD nTimeoutMs) {
+  kplat::Event* pQueued = nullptr;
+  {
+    RegLock lock;
+    if (!IsLive(hWnd) || hWnd->nOwnerThread != kplat::CurrentThreadId()) return -1;
+    if (hWnd->queue.empty()) pQueued = hWnd->pQueued;
+  }
+  // Only the owner destroys its target, so the event outlives this wait.
+  if (pQueued && nTimeoutMs) kplat::EventWait(pQueued, nTimeoutMs);
+  std::deque<KHWND__::Msg> batch;
+  {
+    RegLock lock;
+    if (!IsLive(hWnd)) return -1;
+    batch.swap(hWnd->queue);
+  }
+  int n = 0;
+  for (size_t i = 0; i < batch.size(); ++i) {
+    const KHWND__::Msg& m = batch[i];
+    if (!KIsMessageTarget(hWnd)) {
+      // A procedure destroyed its own target: drop the rest like Destroy does.
+      for (; i < batch.size(); ++i)
+        if (batch[i].nMsg == KWM_LOG) delete (CKLogMsg*)batch[i].lParam;
+      break;
+    }
+    hWnd->pProc(hWnd, m.nMsg, m.wParam, m.lParam, hWnd->pContext);
+    ++n;
+  }
+  return n;
+}

@@ -1,0 +1,817 @@
+// CKString: copy-on-write 8-bit string on a counted block.
+#define KSRC_PATH "src/KString"
+
+#include <base/tools/KString.h>
+
+#include <cctype>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include <base/tools/KException.h>
+
+namespace {
+
+// The one shared empty representation: length 0, capacity 0, count 1.
+struct KStringNil {
+  KStringData hdr;
+  char chNil[4];
+};
+KStringNil g_nil = {{0, 0, 1}, {0, 0, 0, 0}};
+char* const g_pchNil = g_nil.chNil;
+
+KStringData* NewBlock(uint32_t nCapacity) {
+  KStringData* p = (KStringData*)malloc(sizeof(KStringData) + nCapacity);
+  if (!p) throw CKMemoryException(KSRC_PATH, __LINE__);
+  p->nAllocLength = nCapacity;
+  p->nRefs = 1;
+  return p;
+}
+
+int StrICmp(const char* a, const char* b) {
+  for (;; ++a, ++b) {
+    int ca = tolower((unsigned char)*a), cb = tolower((unsigned char)*b);
+    if (ca != cb || ca == 0) return ca - cb;
+  }
+}
+
+bool IsWhite(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+}  // namespace
+
+uint32_t CKString::CapacityFor(uint32_t n) {
+  if (n <= 31) return 32;
+  if (n <= 63) return 64;
+  if (n <= 127) return 128;
+  if (n <= 255) return 256;
+  if (n <= 511) return 512;
+  if (n <= 1023) return 1024;
+  return ((n + 1) + 1023) / 1024 * 1024;
+}
+
+// ---------------------------------------------------------------- lifetime
+bool CKString::IsStaticEmpty() const { return m_pchData == g_pchNil; }
+
+void CKString::Init() { m_pchData = g_pchNil; }
+
+void CKString::Release() {
+  if (!IsStaticEmpty()) {
+    KStringData* p = GetData();
+    if (--p->nRefs == 0) free(p);
+    m_pchData = g_pchNil;
+  }
+}
+
+// Fresh private block for n characters (length n, terminator written).
+void CKString::AllocBuffer(uint32_t n) {
+  KStringData* p = NewBlock(CapacityFor(n));
+  p->nDataLength = n;
+  p->data()[n] = 0;
+  m_pchData = p->data();
+}
+
+void CKString::CopyBeforeWrite() {
+  if (IsStaticEmpty()) return;
+  KStringData* p = GetData();
+  if (p->nRefs > 1) {
+    KStringData* q = NewBlock(CapacityFor(p->nDataLength));
+    q->nDataLength = p->nDataLength;
+    memcpy(q->data(), p->data(), p->nDataLength + 1);
+    --p->nRefs;
+    m_pchData = q->data();
+  }
+}
+
+void CKString::Reserve(uint32_t n) {
+  if (IsStaticEmpty()) {
+    AllocBuffer(n);
+    GetData()->nDataLength = 0;
+    m_pchData[0] = 0;
+    return;
+  }
+  KStringData* p = GetData();
+  if (p->nRefs > 1) {
+    uint32_t nLen = p->nDataLength;
+    KStringData* q = NewBlock(CapacityFor(n > nLen ? n : nLen));
+    q->nDataLength = nLen;
+    memcpy(q->data(), p->data(), nLen + 1);
+    --p->nRefs;
+    m_pchData = q->data();
+    return;
+  }
+  if (n + 1 > p->nAllocLength) {
+    uint32_t nCap = CapacityFor(n);
+    KStringData* q = (KStringData*)realloc(p, sizeof(KStringData) + nCap);
+    if (!q) throw CKMemoryException(KSRC_PATH, __LINE__);
+    q->nAllocLength = nCap;
+    m_pchData = q->data();
+  }
+}
+
+// Replaces the text by n characters of p; p may point into this string.
+void CKString::AssignCopy(uint32_t n, const char* p) {
+  if (n == 0) {
+    // Keep a private block (length 0); share-nothing otherwise.
+    if (!IsStaticEmpty() && GetData()->nRefs == 1) {
+      GetData()->nDataLength = 0;
+      m_pchData[0] = 0;
+    } else {
+      Release();
+    }
+    return;
+  }
+  if (!IsStaticEmpty() && GetData()->nRefs == 1 && n + 1 <= GetData()->nAllocLength) {
+    memmove(m_pchData, p, n);
+  } else {
+    char* pOld = m_pchData;
+    AllocBuffer(n);
+    memcpy(m_pchData, p, n);
+    CKString tmp;
+    tmp.m_pchData = pOld;  // releases the old block after the copy
+  }
+  GetData()->nDataLength = n;
+  m_pchData[n] = 0;
+}
+
+void CKString::Append(uint32_t n, const char* p) {
+  if (n == 0) return;
+  uint32_t nLen = GetLength();
+  // p may lie inside our own block, which Reserve may move.
+  if (p >= m_pchData && p <= m_pchData + nLen && !IsStaticEmpty()) {
+    size_t nOff = (size_t)(p - m_pchData);
+    Reserve(nLen + n);
+    p = m_pchData + nOff;
+  } else {
+    Reserve(nLen + n);
+  }
+  memmove(m_pchData + nLen, p, n);
+  GetData()->nDataLength = nLen + n;
+  m_pchData[nLen + n] = 0;
+}
+
+CKString::CKString() { Init(); }
+
+CKString::CKString(const CKString& s) {
+  m_pchData = s.m_pchData;
+  if (!IsStaticEmpty()) ++GetData()->nRefs;
+}
+
+CKString::CKString(const char* s) {
+  Init();
+  if (s && *s) {
+    uint32_t n = (uint32_t)strlen(s);
+    AllocBuffer(n);
+    memcpy(m_pchData, s, n);
+  }
+}
+
+CKString::CKString(const unsigned char* s) : CKString((const char*)s) {}
+
+CKString::CKString(const CString& s) {
+  Init();
+  if (!s.empty()) {
+    AllocBuffer((uint32_t)s.size());
+    memcpy(m_pchData, s.data(), s.size());
+  }
+}
+
+CKString::CKString(char c) {
+  Init();
+  AllocBuffer(1);
+  m_pchData[0] = c;
+}
+
+CKString::~CKString() { Release(); }
+
+CKString& CKString::operator=(const CKString& s) {
+  if (m_pchData != s.m_pchData) {
+    char* pNew = s.m_pchData;
+    if (pNew != g_pchNil) ++(((KStringData*)pNew) - 1)->nRefs;
+    Release();
+    m_pchData = pNew;
+  }
+  return *this;
+}
+
+CKString& CKString::operator=(const char* s) {
+  AssignCopy(s ? (uint32_t)strlen(s) : 0, s);
+  return *this;
+}
+
+CKString& CKString::operator=(const unsigned char* s) { return *this = (const char*)s; }
+
+CKString& CKString::operator=(char c) {
+  AssignCopy(1, &c);
+  return *this;
+}
+
+CKString& CKString::operator=(const CString& s) {
+  AssignCopy((uint32_t)s.size(), s.data());
+  return *this;
+}
+
+CKString::operator CString() const { return CString(m_pchData, GetLength()); }
+
+// ---------------------------------------------------------------- concatenation
+CKString& CKString::operator+=(const CKString& s) {
+  Append(s.GetLength(), s.m_pchData);
+  return *this;
+}
+
+CKString& CKString::operator+=(const char* s) {
+  if (s && *s) Append((uint32_t)strlen(s), s);
+  return *this;
+}
+
+CKString& CKString::operator+=(char c) {
+  Append(1, &c);
+  return *this;
+}
+
+CKString& CKString::operator+=(const CString& s) {
+  Append((uint32_t)s.size(), s.data());
+  return *this;
+}
+
+void CKString::KConcatInPlace(unsigned n, const char* p) {
+  if (n == 0 || !p) return;
+  Append(n, p);
+}
+
+void CKString::KConcatInPlace(char c) { Append(1, &c); }
+
+static CKString Concat(const char* a, uint32_t na, const char* b, uint32_t nb) {
+  CKString s;
+  if (na + nb == 0) return s;
+  char* p = s.GetBuffer(na + nb);
+  memcpy(p, a, na);
+  memcpy(p + na, b, nb);
+  s.ReleaseBuffer(na + nb);
+  return s;
+}
+
+CKString operator+(const CKString& a, const CKString& b) {
+  if (b.GetLength() == 0) return a;
+  if (a.GetLength() == 0) return b;
+  return Concat(a, a.GetLength(), b, b.GetLength());
+}
+
+CKString operator+(const CKString& a, const char* b) {
+  if (!b || !*b) return a;
+  return Concat(a, a.GetLength(), b, (uint32_t)strlen(b));
+}
+
+CKString operator+(const char* a, const CKString& b) {
+  if (!a || !*a) return b;
+  return Concat(a, (uint32_t)strlen(a), b, b.GetLength());
+}
+
+CKString operator+(const CKString& a, char c) { return Concat(a, a.GetLength(), &c, 1); }
+
+CKString operator+(char c, const CKString& b) { return Concat(&c, 1, b, b.GetLength()); }
+
+CKString operator+(const CKString& a, const CString& b) {
+  return Concat(a, a.GetLength(), b.data(), (uint32_t)b.size());
+}
+
+// ---------------------------------------------------------------- comparison
+int CKString::Compare(const char* s) const { return strcmp(m_pchData, s ? s : ""); }
+
+int CKString::CompareNoCase(const char* s) const { return StrICmp(m_pchData, s ? s : ""); }
+
+bool CKString::operator==(char c) const { return GetLength() == 1 && m_pchData[0] == c; }
+
+bool CKString::operator!=(char c) const { return !(*this == c); }
+
+bool CKString::operator!=(unsigned char* s) const { return !(*this == (const char*)s); }
+
+bool operator==(const CKString& a, const CKString& b) {
+  unsigned n = a.GetLength();
+  return n == b.GetLength() && memcmp((const char*)a, (const char*)b, n) == 0;
+}
+
+bool operator==(const CKString& a, const char* b) {
+  if (!b) return a.GetLength() == 0;
+  return strcmp(a, b) == 0;
+}
+
+bool operator==(const char* a, const CKString& b) { return b == a; }
+bool operator!=(const CKString& a, const CKString& b) { return !(a == b); }
+bool operator!=(const CKString& a, const char* b) { return !(a == b); }
+bool operator!=(const char* a, const CKString& b) { return !(b == a); }
+
+int KStrCompareLengthFirst(const CKString& a, const CKString& b, int bNoCase) {
+  unsigned na = a.GetLength(), nb = b.GetLength();
+  if (na != nb) return na < nb ? -1 : 1;
+  return bNoCase ? StrICmp(a, b) : strcmp(a, b);
+}
+
+// ---------------------------------------------------------------- buffer access
+void CKString::Empty() { Release(); }
+
+void CKString::SetAt(unsigned i, char c) {
+  CopyBeforeWrite();
+  m_pchData[i] = c;
+}
+
+char* CKString::GetBuffer(unsigned n) {
+  uint32_t nLen = GetLength();
+  if (IsStaticEmpty() && n == 0) return m_pchData;
+  Reserve(n > nLen ? n : nLen);
+  return m_pchData;
+}
+
+char* CKString::GetBufferSetLength(unsigned n) {
+  GetBuffer(n);
+  if (!IsStaticEmpty()) {
+    GetData()->nDataLength = n;
+    m_pchData[n] = 0;
+  }
+  return m_pchData;
+}
+
+void CKString::ReleaseBuffer() {
+  if (IsStaticEmpty()) return;
+  CopyBeforeWrite();
+  GetData()->nDataLength = (uint32_t)strlen(m_pchData);
+}
+
+void CKString::ReleaseBuffer(unsigned n) {
+  if (IsStaticEmpty()) return;
+  CopyBeforeWrite();
+  GetData()->nDataLength = n;
+  m_pchData[n] = 0;
+}
+
+// ---------------------------------------------------------------- sub-strings
+CKString CKString::Mid(unsigned nFirst, unsigned nCount) const {
+  if ((int)nFirst < 0) nFirst = 0;
+  if ((int)nCount < 0) nCount = 0;
+  uint32_t nLen = GetLength();
+  if (nFirst >= nLen) return CKString();
+  if (nCount > nLen - nFirst) nCount = nLen - nFirst;
+  if (nFirst == 0 && nCount == nLen) return *this;
+  CKString s;
+  if (nCount == 0) return s;
+  s.AllocBuffer(nCount);
+  memcpy(s.m_pchData, m_pchData + nFirst, nCount);
+  return s;
+}
+
+CKString CKString::Mid(unsigned nFirst) const {
+  if ((int)nFirst < 0) nFirst = 0;
+  uint32_t nLen = GetLength();
+  return Mid(nFirst, nFirst < nLen ? nLen - nFirst : 0);
+}
+
+CKString CKString::Left(unsigned n) const {
+  if ((int)n < 0) n = 0;
+  if (n >= GetLength()) return *this;
+  return Mid(0, n);
+}
+
+CKString CKString::Right(unsigned n) const {
+  if ((int)n < 0) n = 0;
+  uint32_t nLen = GetLength();
+  if (n >= nLen) return *this;
+  return Mid(nLen - n, n);
+}
+
+int CKString::Find(char c) const { return Find(c, 0); }
+
+int CKString::Find(char c, unsigned nStart) const {
+  if (nStart >= GetLength()) return -1;
+  const char* p = strchr(m_pchData + nStart, c);
+  return p ? (int)(p - m_pchData) : -1;
+}
+
+int CKString::Find(const char* s) const { return Find(s, 0); }
+
+int CKString::Find(const char* s, unsigned nStart) const {
+  if (!s || nStart > GetLength()) return -1;
+  const char* p = strstr(m_pchData + nStart, s);
+  return p ? (int)(p - m_pchData) : -1;
+}
+
+int CKString::ReverseFind(char c) const {
+  const char* p = strrchr(m_pchData, c);
+  return p ? (int)(p - m_pchData) : -1;
+}
+
+int CKString::ReverseFind(char c, unsigned nStart) const {
+  uint32_t nLen = GetLength();
+  if (nLen == 0) return -1;
+  int i = (int)(nStart < nLen ? nStart : nLen - 1);
+  for (; i >= 0; --i)
+    if (m_pchData[i] == c) return i;
+  return -1;
+}
+
+int CKString::FindOneOf(const char* szSet) const {
+  if (!szSet) return -1;
+  const char* p = strpbrk(m_pchData, szSet);
+  return p ? (int)(p - m_pchData) : -1;
+}
+
+BOOL AfxExtractSubString(CKString& out, const char* szFull, int n, char cSep) {
+  if (!szFull) {
+    out.Empty();
+    return FALSE;
+  }
+  while (n-- > 0) {
+    szFull = strchr(szFull, cSep);
+    if (!szFull) {
+      out.Empty();
+      return FALSE;
+    }
+    ++szFull;
+  }
+  const char* pEnd = strchr(szFull, cSep);
+  unsigned nLen = pEnd ? (unsigned)(pEnd - szFull) : (unsigned)strlen(szFull);
+  char* p = out.GetBufferSetLength(nLen);
+  memcpy(p, szFull, nLen);
+  return TRUE;
+}
+
+// ---------------------------------------------------------------- modification
+int CKString::Insert(unsigned i, char c) {
+  char s[2] = {c, 0};
+  uint32_t nLen = GetLength();
+  if (i > nLen) i = nLen;
+  Reserve(nLen + 1);
+  memmove(m_pchData + i + 1, m_pchData + i, nLen - i + 1);
+  m_pchData[i] = s[0];
+  GetData()->nDataLength = nLen + 1;
+  return (int)(nLen + 1);
+}
+
+int CKString::Insert(unsigned i, const char* s) {
+  uint32_t nLen = GetLength();
+  if (!s || !*s) return (int)nLen;
+  uint32_t n = (uint32_t)strlen(s);
+  if (i > nLen) i = nLen;
+  // The inserted text may come from this very string.
+  CKString tmp;
+  if (s >= m_pchData && s <= m_pchData + nLen) {
+    tmp = CKString(s);
+    s = tmp;
+  }
+  Reserve(nLen + n);
+  memmove(m_pchData + i + n, m_pchData + i, nLen - i + 1);
+  memcpy(m_pchData + i, s, n);
+  GetData()->nDataLength = nLen + n;
+  return (int)(nLen + n);
+}
+
+int CKString::Delete(unsigned i, unsigned n) {
+  uint32_t nLen = GetLength();
+  if (n > 0 && i < nLen) {
+    // Callers must stay inside the text; a longer count is cut at the end.
+    if (n > nLen - i) n = nLen - i;
+    CopyBeforeWrite();
+    memmove(m_pchData + i, m_pchData + i + n, nLen - (i + n) + 1);
+    GetData()->nDataLength = nLen - n;
+  }
+  return (int)nLen;
+}
+
+int CKString::Replace(char cOld, char cNew) {
+  if (cOld == cNew) return 0;
+  uint32_t nLen = GetLength();
+  int nCount = 0;
+  for (uint32_t i = 0; i < nLen; ++i) {
+    if (m_pchData[i] == cOld) {
+      if (nCount == 0) CopyBeforeWrite();
+      m_pchData[i] = cNew;
+      ++nCount;
+    }
+  }
+  return nCount;
+}
+
+int CKString::Replace(const char* szOld, const char* szNew) {
+  if (!szOld || !*szOld) return 0;
+  if (!szNew) szNew = "";
+  uint32_t nOld = (uint32_t)strlen(szOld), nNew = (uint32_t)strlen(szNew);
+  uint32_t nLen = GetLength();
+  // Count over the whole length, also past embedded terminators.
+  int nCount = 0;
+  const char* pStart = m_pchData;
+  const char* pEnd = m_pchData + nLen;
+  while (pStart < pEnd) {
+    const char* p;
+    while ((p = strstr(pStart, szOld)) != nullptr) {
+      ++nCount;
+      pStart = p + nOld;
+    }
+    pStart += strlen(pStart) + 1;
+  }
+  if (nCount == 0) return 0;
+  // The replacement may alias this string's text.
+  CKString tmp;
+  if (szNew >= m_pchData && szNew <= pEnd) {
+    tmp = CKString(szNew);
+    szNew = tmp;
+  }
+  CKString tmpOld;
+  if (szOld >= m_pchData && szOld <= pEnd) {
+    tmpOld = CKString(szOld);
+    szOld = tmpOld;
+  }
+  uint32_t nNewLen = nLen + (uint32_t)nCount * nNew - (uint32_t)nCount * nOld;
+  Reserve(nNewLen > nLen ? nNewLen : nLen);
+  char* pS = m_pchData;
+  char* pE = m_pchData + nLen;
+  while (pS < pE) {
+    char* p;
+    while ((p = strstr(pS, szOld)) != nullptr) {
+      uint32_t nTail = (uint32_t)(pE - (p + nOld));
+      memmove(p + nNew, p + nOld, nTail + 1);
+      memcpy(p, szNew, nNew);
+      pE += (int)nNew - (int)nOld;
+      pS = p + nNew;
+    }
+    pS += strlen(pS) + 1;
+  }
+  GetData()->nDataLength = nNewLen;
+  m_pchData[nNewLen] = 0;
+  return nCount;
+}
+
+void CKString::TrimLeft() {
+  uint32_t nLen = GetLength(), i = 0;
+  while (i < nLen && IsWhite(m_pchData[i])) ++i;
+  if (i == 0) return;
+  CopyBeforeWrite();
+  memmove(m_pchData, m_pchData + i, nLen - i + 1);
+  GetData()->nDataLength = nLen - i;
+}
+
+void CKString::TrimRight() {
+  uint32_t nLen = GetLength(), n = nLen;
+  while (n > 0 && IsWhite(m_pchData[n - 1])) --n;
+  if (n == nLen) return;
+  CopyBeforeWrite();
+  m_pchData[n] = 0;
+  GetData()->nDataLength = n;
+}
+
+void CKString::TrimLeft(char c) {
+  uint32_t nLen = GetLength(), i = 0;
+  while (i < nLen && m_pchData[i] == c) ++i;
+  if (i == 0) return;
+  CopyBeforeWrite();
+  memmove(m_pchData, m_pchData + i, nLen - i + 1);
+  GetData()->nDataLength = nLen - i;
+}
+
+// Cuts after the last character that differs from c, except when that
+// character is the first of the string: then nothing changes. All-c texts
+// drop to length 0 and keep their block. Callers rely on this edge.
+void CKString::TrimRight(char c) {
+  int nLen = (int)GetLength();
+  if (nLen == 0) return;
+  int i = nLen - 1;
+  while (i >= 0 && m_pchData[i] == c) --i;
+  if (i == 0 || i == nLen - 1) return;
+  CopyBeforeWrite();
+  m_pchData[i + 1] = 0;
+  GetData()->nDataLength = (uint32_t)(i + 1);
+}
+
+void CKString::MakeUpper() {
+  CopyBeforeWrite();
+  for (char* p = m_pchData; *p; ++p)
+    if (*p >= 'a' && *p <= 'z') *p = (char)(*p - 'a' + 'A');
+}
+
+void CKString::MakeLower() {
+  CopyBeforeWrite();
+  for (char* p = m_pchData; *p; ++p)
+    if (*p >= 'A' && *p <= 'Z') *p = (char)(*p - 'A' + 'a');
+}
+
+// ---------------------------------------------------------------- formatting
+void CKString::Format(const char* szFormat, ...) {
+  va_list args;
+  va_start(args, szFormat);
+  FormatV(szFormat, args);
+  va_end(args);
+}
+
+// Measures an upper bound of the output first, then formats once into a
+// block of that size.
+void CKString::FormatV(const char* szFormat, va_list argList) {
+  if (!szFormat) {
+    AssignCopy(0, nullptr);
+    return;
+  }
+  va_list args;
+  va_copy(args, argList);
+  size_t nMaxLen = 0;
+  for (const char* p = szFormat; *p; ++p) {
+    if (*p != '%' || *(++p) == '%') {
+      ++nMaxLen;
+      continue;
+    }
+    size_t nItemLen = 0;
+    int nWidth = 0;
+    for (; *p; ++p) {
+      if (*p == '#')
+        nMaxLen += 2;
+      else if (*p == '*')
+        nWidth = va_arg(args, int);
+      else if (*p == '-' || *p == '+' || *p == '0' || *p == ' ')
+        ;
+      else
+        break;
+    }
+    if (nWidth == 0) {
+      nWidth = atoi(p);
+      while (*p >= '0' && *p <= '9') ++p;
+    }
+    if (nWidth < 0) nWidth = -nWidth;
+    int nPrecision = 0;
+    if (*p == '.') {
+      ++p;
+      if (*p == '*') {
+        nPrecision = va_arg(args, int);
+        ++p;
+      } else {
+        nPrecision = atoi(p);
+        while (*p >= '0' && *p <= '9') ++p;
+      }
+      if (nPrecision < 0) nPrecision = 0;
+    }
+    // Size prefixes: remember them so the right argument type is consumed.
+    int nSize = 0;  // 1 = long, 2 = long long, 3 = long double, 4 = short, 5 = size_t/ptrdiff
+    for (;; ++p) {
+      if (*p == 'h') nSize = 4;
+      else if (*p == 'l') nSize = (nSize == 1) ? 2 : 1;
+      else if (*p == 'L') nSize = 3;
+      else if (*p == 'z' || *p == 't' || *p == 'j') nSize = 5;
+      else if (*p == 'q') nSize = 2;
+      else if (*p == 'F' || *p == 'N' || *p == 'I') {
+        // 'I64' style prefixes as written on the other platform.
+        if (*p == 'I' && p[1] == '6' && p[2] == '4') {
+          nSize = 2;
+          p += 2;
+        }
+      } else
+        break;
+    }
+    if (!*p) break;
+    switch (*p) {
+      case 'c':
+      case 'C':
+        nItemLen = 2;
+        (void)va_arg(args, int);
+        break;
+      case 's': {
+        const char* s = va_arg(args, const char*);
+        nItemLen = s ? strlen(s) : 6;  // "(null)"
+        if (nItemLen < 1) nItemLen = 1;
+        break;
+      }
+      case 'S': {
+        const wchar_t* s = va_arg(args, const wchar_t*);
+        // A wide character can take up to MB_LEN_MAX bytes once narrowed.
+        nItemLen = s ? wcslen(s) * MB_LEN_MAX : 6;
+        if (nItemLen < 1) nItemLen = 1;
+        break;
+      }
+      case 'd':
+      case 'i':
+      case 'u':
+      case 'x':
+      case 'X':
+      case 'o':
+        if (nSize == 2) (void)va_arg(args, long long);
+        else if (nSize == 1) (void)va_arg(args, long);
+        else if (nSize == 5) (void)va_arg(args, size_t);
+        else (void)va_arg(args, int);
+        nItemLen = 32;
+        if (nItemLen < (size_t)(nWidth + nPrecision)) nItemLen = (size_t)(nWidth + nPrecision);
+        break;
+      case 'e':
+      case 'E':
+      case 'g':
+      case 'G':
+      case 'a':
+      case 'A':
+        if (nSize == 3) (void)va_arg(args, long double);
+        else (void)va_arg(args, double);
+        nItemLen = 128;
+        if (nItemLen < (size_t)(nWidth + nPrecision)) nItemLen = (size_t)(nWidth + nPrecision);
+        break;
+      case 'f':
+      case 'F': {
+        double f = (nSize == 3) ? (double)va_arg(args, long double) : va_arg(args, double);
+        size_t nTmp = (size_t)(nWidth > 318 + nPrecision ? nWidth : 318 + nPrecision);
+        char* pTmp = (char*)malloc(nTmp + 1);
+        if (!pTmp) throw CKMemoryException(KSRC_PATH, __LINE__);
+        int n = snprintf(pTmp, nTmp + 1, "%*.*f", nWidth, nPrecision + 6, f);
+        nItemLen = n > 0 ? (size_t)n : 0;
+        free(pTmp);
+        break;
+      }
+      case 'p':
+        (void)va_arg(args, void*);
+        nItemLen = 32;
+        if (nItemLen < (size_t)(nWidth + nPrecision)) nItemLen = (size_t)(nWidth + nPrecision);
+        break;
+      case 'n':
+        (void)va_arg(args, int*);
+        break;
+      default:
+        break;
+    }
+    nMaxLen += nItemLen > (size_t)nWidth ? nItemLen : (size_t)nWidth;
+  }
+  va_end(args);
+
+  // The bound holds for every conversion listed above; an unknown one is
+  // caught by the returned length and formatted again.
+  for (;;) {
+    char* pBuf = GetBuffer((unsigned)nMaxLen);
+    va_list args2;
+    va_copy(args2, argList);
+    int n = vsnprintf(pBuf, nMaxLen + 1, szFormat, args2);
+    va_end(args2);
+    if (n < 0) {
+      ReleaseBuffer(0);
+      return;
+    }
+    if ((size_t)n <= nMaxLen) {
+      ReleaseBuffer((unsigned)n);
+      return;
+    }
+    nMaxLen = (size_t)n;
+  }
+}
+
+// ---------------------------------------------------------------- string table
+namespace {
+
+std::mutex g_tableLock;
+std::map<unsigned, std::string>& Table() {
+  static std::map<unsigned, std::string> t;
+  return t;
+}
+
+int TableLoader(unsigned nID, char* buf, int nBufMax) {
+  if (!buf || nBufMax <= 0) return 0;
+  std::lock_guard<std::mutex> g(g_tableLock);
+  auto it = Table().find(nID);
+  if (it == Table().end()) {
+    buf[0] = 0;
+    return 0;
+  }
+  int n = (int)it->second.size();
+  if (n > nBufMax - 1) n = nBufMax - 1;
+  memcpy(buf, it->second.data(), (size_t)n);
+  buf[n] = 0;
+  return n;
+}
+
+KStringLoader g_pLoader = TableLoader;
+
+}  // namespace
+
+void KSetStringLoader(KStringLoader pLoader) { g_pLoader = pLoader ? pLoader : TableLoader; }
+
+void KStringTableSet(unsigned nID, const char* szText) {
+  std::lock_guard<std::mutex> g(g_tableLock);
+  if (szText)
+    Table()[nID] = szText;
+  else
+    Table().erase(nID);
+}
+
+void KStringTableClear() {
+  std::lock_guard<std::mutex> g(g_tableLock);
+  Table().clear();
+}
+
+// Reads into 256 bytes; a text that leaves fewer than 3 bytes unused may be
+// cut, so the buffer grows by 256 and the read is repeated.
+BOOL CKString::LoadString(unsigned nID) {
+  char szTemp[256];
+  int nLen = g_pLoader(nID, szTemp, 256);
+  if (256 - nLen >= 3) {
+    *this = szTemp;
+    if (nLen == 0) Empty();
+    return nLen > 0;
+  }
+  int nSize = 256;
+  do {
+    nSize += 256;
+    nLen = g_pLoader(nID, GetBuffer((unsigned)(nSize - 1)), nSize);
+  } while (nSize - nLen < 3);
+  ReleaseBuffer((unsigned)nLen);
+  return nLen > 0;
+}

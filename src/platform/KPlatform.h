@@ -1,0 +1,78 @@
+// The platform layer: every operating-system service the library uses sits
+// behind these functions. KPlatformPosix.cpp implements them for POSIX; a
+// Windows build supplies KPlatformWin32.cpp with the same interface. No other
+// source file includes an OS header.
+#ifndef KELVOR_KPLATFORM_H
+#define KELVOR_KPLATFORM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+namespace kplat {
+
+// Re-entrant mutex (a Windows critical section). Never fails to construct:
+// allocation failure throws std::bad_alloc like any new.
+struct Mutex;
+Mutex* MutexNew();
+void MutexFree(Mutex* m);
+void MutexLock(Mutex* m);
+bool MutexTryLock(Mutex* m);
+void MutexUnlock(Mutex* m);
+
+// Event with manual or automatic reset and a timed wait.
+struct Event;
+Event* EventNew(bool bManualReset, bool bInitialState);
+void EventFree(Event* e);
+void EventSet(Event* e);
+void EventReset(Event* e);
+// Waits up to nMilliseconds (0xFFFFFFFF = forever); true when signalled.
+bool EventWait(Event* e, uint32_t nMilliseconds);
+bool EventIsSet(Event* e);
+
+// Milliseconds since an arbitrary start, wrapping like GetTickCount.
+uint32_t TickCount();
+// High-resolution counter and its frequency in counts per second.
+int64_t PerfCounter();
+int64_t PerfFrequency();
+void SleepMs(uint32_t nMilliseconds);
+
+// Environment variables: false when the variable does not exist.
+bool GetEnv(const char* szName, std::string& strValue);
+bool SetEnv(const char* szName, const char* szValue);
+
+// Raw debug output (stderr here); the library decides whether to call it.
+void DebugWrite(const char* szText);
+
+// Identifier of the calling thread (a small stable number per thread).
+uint32_t CurrentThreadId();
+
+// Threads. A thread runs pFunc(pArg) and then ends.
+struct Thread;
+Thread* ThreadCreate(void (*pFunc)(void*), void* pArg);
+// Waits for the end up to nMilliseconds; true when it has ended.
+bool ThreadWait(Thread* t, uint32_t nMilliseconds);
+bool ThreadHasEnded(Thread* t);
+// Forced termination: asynchronous cancellation request; see docs/design.md.
+bool ThreadTerminate(Thread* t);
+// Releases the handle; an unfinished thread goes on detached.
+void ThreadRelease(Thread* t);
+bool ThreadIsCurrent(Thread* t);
+// Scheduling priority of the calling thread, on the Windows scale
+// (-15 idle ... 15 time-critical); false when the OS refuses.
+bool ThreadSetPriority(int nPriority);
+int ThreadGetPriority();
+
+// Random bytes from the operating system's source.
+bool RandomBytes(void* pBuffer, size_t nLen);
+
+// Calendar conversions in the process's time zone.
+bool LocalTime(time_t t, struct tm* pTm);
+bool GmTime(time_t t, struct tm* pTm);
+time_t MakeTimeGm(struct tm* pTm);
+void TzSet();
+
+}  // namespace kplat
+
+#endif  // KELVOR_KPLATFORM_H
