@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Installs the build and test dependencies that are missing (Debian 12, as root).
+set -euo pipefail
+pkgs=(g++ clang cmake ninja-build make pkg-config zlib1g-dev libgtest-dev libbenchmark-dev tzdata)
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq "${missing[@]}" >/dev/null
+fi

@@ -1,0 +1,292 @@
+#define KSRC_PATH "tests/test_KDebug"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <regex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <base/tools/KDebug.h>
+#include <base/tools/KMessage.h>
+#include <base/tools/KStr.h>
+#include <base/tools/KTools.h>
+
+namespace {
+
+// Captures every line the log family hands to the sink.
+class CaptureTools : public CKTools {
+public:
+  std::vector<std::pair<std::string, int>> lines;
+  std::vector<std::string> status;
+  void Log(const char* szText, int nType) override { lines.emplace_back(szText, nType); }
+  void Status(const char* a, const char* b, int n) override {
+    status.push_back(std::string(a) + "|" + (b ? b : "") + "|" + std::to_string(n));
+  }
+};
+
+class KDebugTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    KToolsInit(&tools);
+    KSetDefaultLogType(1);
+    KDebugReset();
+  }
+  void TearDown() override {
+    KToolsInit(nullptr);
+    KSetDefaultLogType(1);
+    KDebugReset();
+  }
+  std::string Last() const { return tools.lines.empty() ? "" : tools.lines.back().first; }
+  CaptureTools tools;
+};
+
+int AssertContinue(int n) {
+  KASSERT(n>0);
+  return 1;
+}
+int AssertReturnValue(int nIndex) {
+  KASSERT_RETV(nIndex>=0, -1);
+  return nIndex;
+}
+void AssertReturn(int c, int elts) {
+  KASSERT_RET_AT(c <= elts, "c<=data.elts", "include/base/classes/list/KPile", 79);
+}
+
+}  // namespace
+
+TEST_F(KDebugTest, AssertionVariantsAreExact) {
+  EXPECT_EQ(1, AssertContinue(0));
+  ASSERT_EQ(1u, tools.lines.size());
+  int nLine = __LINE__ - 19;  // the KASSERT line in AssertContinue
+  EXPECT_EQ("Assertion failed (n>0) in tests/test_KDebug on line " + std::to_string(nLine) +
+                ". Continue...",
+            Last());
+  EXPECT_EQ(8, tools.lines.back().second);
+
+  EXPECT_EQ(-1, AssertReturnValue(-4));
+  EXPECT_EQ("Assertion failed (nIndex>=0) in tests/test_KDebug on line " +
+                std::to_string(nLine + 4) + ". Returning value...",
+            Last());
+
+  AssertReturn(5, 3);
+  EXPECT_EQ("Assertion failed (c<=data.elts in include/base/classes/list/KPile on line 79. "
+            "Returning",
+            Last());
+  AssertReturn(1, 3);
+  EXPECT_EQ(3u, tools.lines.size());
+
+  // A disabled log reports nothing at all.
+  tools.SetFlags(0);
+  AssertContinue(0);
+  KLog(8, "x");
+  EXPECT_EQ(3u, tools.lines.size());
+}
+
+TEST_F(KDebugTest, LogFamilyRoutesAndResolvesTypes) {
+  KLog("plain");
+  EXPECT_EQ(1, tools.lines.back().second);
+  KSetDefaultLogType(24);
+  KLog(1, "resolved");
+  EXPECT_EQ(24, tools.lines.back().second);
+  KLog("a", "b", "c");
+  EXPECT_EQ(24, tools.lines.back().second);
+  EXPECT_EQ("abc", Last());
+  EXPECT_EQ(5, KLogType(5));
+  EXPECT_EQ(24, KLogType(1));
+  KLog(8, "a", nullptr, "b", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+       nullptr, nullptr, nullptr, nullptr, nullptr);
+  EXPECT_EQ("ab", Last());
+  EXPECT_EQ(8, tools.lines.back().second);
+  KLog(10, "ERROR => ", "disk", " full");
+  EXPECT_EQ("ERROR => disk full", Last());
+  size_t n = tools.lines.size();
+  KLog((const char*)nullptr);
+  KLog(8, (const char*)nullptr);
+  EXPECT_EQ(n, tools.lines.size());
+
+  KLogText(8, "first\r\nsecond");
+  ASSERT_EQ(n + 2, tools.lines.size());
+  EXPECT_EQ("first", tools.lines[n].first);
+  EXPECT_EQ("second", tools.lines[n + 1].first);
+  EXPECT_EQ(1, KLogEnabled());
+  tools.SetFlags(0);
+  EXPECT_EQ(0, KLogEnabled());
+  KLogText(8, "x\ny");
+  EXPECT_EQ(n + 2, tools.lines.size());
+
+  // Status needs its own flag and a text.
+  tools.SetFlags(KTOOLS_FLAG_LOG);
+  KStatus("s", "t", 3);
+  EXPECT_TRUE(tools.status.empty());
+  tools.SetFlags(KTOOLS_FLAG_STATUS);
+  KStatus(nullptr, "t", 3);
+  KStatus("s", nullptr, 4);
+  ASSERT_EQ(1u, tools.status.size());
+  EXPECT_EQ("s||4", tools.status[0]);
+}
+
+TEST_F(KDebugTest, LeakTracker) {
+  int a, b, c;
+  KDebugDisplay(nullptr);
+  ASSERT_EQ(3u, tools.lines.size());
+  EXPECT_EQ(std::string(41, '='), tools.lines[0].first);
+  EXPECT_EQ("=== No Leak", tools.lines[1].first);
+  EXPECT_EQ(std::string(41, '='), tools.lines[2].first);
+
+  tools.lines.clear();
+  KDebugAlloc("CKObj", &a);
+  KDebugAlloc("CKObj", &b);
+  KDebugAlloc("CProp", &c);
+  KDebugFree("CKObj", &a);
+  KDebugFree("CProp", &c);
+  KDebugFree("CNever", &c);
+  static std::vector<void*> seen;
+  seen.clear();
+  KDebugDisplay([](const char* szName, void* p) {
+    EXPECT_STREQ("CKObj", szName);
+    seen.push_back(p);
+  });
+  ASSERT_EQ(4u, tools.lines.size());
+  EXPECT_EQ("=== CKObj : 1 not released", tools.lines[1].first);
+  EXPECT_EQ("=== CNever : -1 not released", tools.lines[2].first);
+  ASSERT_EQ(1u, seen.size());
+  EXPECT_EQ(&b, seen[0]);
+}
+
+TEST_F(KDebugTest, DebugReportAndThrow) {
+  KDbgReport("src/KObj", 77);
+  ASSERT_EQ(3u, tools.lines.size());
+  EXPECT_EQ(std::string(63, '#'), tools.lines[0].first);
+  EXPECT_TRUE(std::regex_match(
+      tools.lines[1].first,
+      std::regex(".+ : VBDLL Assertion in File = \"src/KObj\", at Line = 77")))
+      << tools.lines[1].first;
+  EXPECT_EQ(24, tools.lines[1].second);
+
+  tools.lines.clear();
+  EXPECT_THROW(KDbgThrow(), CNotSupportedException);
+  ASSERT_EQ(1u, tools.lines.size());
+  EXPECT_EQ("AfxThrowNotSupportedException()", Last());
+  tools.lines.clear();
+  EXPECT_THROW(KDbgAssert1(), CNotSupportedException);
+  EXPECT_NE(std::string::npos, tools.lines[1].first.find("\"src/KDebug\", at Line = 142"));
+
+  KDbgClear();
+  KDbgInc();
+  KDbgInc();
+  EXPECT_EQ(2, KDbgCount());
+  KDbgClear();
+  EXPECT_EQ(0, KDbgCount());
+}
+
+TEST(KDebugDeath, Assert2Crashes) {
+  EXPECT_DEATH(KDbgAssert2(), "");
+}
+
+namespace {
+struct Received {
+  std::vector<std::pair<UINT, std::string>> msgs;
+  std::vector<std::pair<WPARAM, LPARAM>> params;
+};
+LRESULT Collect(HWND, UINT nMsg, WPARAM w, LPARAM l, void* ctx) {
+  Received* r = (Received*)ctx;
+  if (nMsg == KWM_LOG) {
+    CKLogMsg* p = (CKLogMsg*)l;
+    r->msgs.emplace_back(nMsg, std::string(p->m_strText));
+    r->params.emplace_back(w, p->m_nType);
+    delete p;
+  } else {
+    r->msgs.emplace_back(nMsg, "");
+    r->params.emplace_back(w, l);
+  }
+  return 1;
+}
+}  // namespace
+
+TEST(KDebugSink, MainWindowGetsLinesSyncOrQueued) {
+  CKTools tools;
+  KToolsInit(&tools);
+  Received r;
+  HWND h = KMessageTargetCreate(Collect, &r);
+  tools.SetMainWnd(h);
+  FILE* f = tmpfile();
+  tools.SetLogFile(f);
+
+  KLog(8, "from owner");
+  ASSERT_EQ(1u, r.msgs.size());  // delivered at once on the owner thread
+  EXPECT_EQ("from owner\n", r.msgs[0].second);
+  EXPECT_EQ(8u, r.params[0].first);
+
+  std::thread([] { KLog(10, "from worker"); }).join();
+  EXPECT_EQ(1u, r.msgs.size());  // queued, not delivered
+  EXPECT_EQ(1, KMessagePump(h, 1000));
+  ASSERT_EQ(2u, r.msgs.size());
+  EXPECT_EQ("from worker\n", r.msgs[1].second);
+
+  KLogClear(1, FALSE);
+  KLogSwitch(24, TRUE);
+  EXPECT_EQ(3u, r.msgs.size());
+  EXPECT_EQ(1, KMessagePump(h));
+  ASSERT_EQ(4u, r.msgs.size());
+  EXPECT_EQ((UINT)KWM_LOG_CLEAR, r.msgs[2].first);
+  EXPECT_EQ(1, r.params[2].second);
+  EXPECT_EQ((UINT)KWM_LOG_SWITCH, r.msgs[3].first);
+  EXPECT_EQ(24u, r.params[3].first);
+  EXPECT_EQ(0, r.params[3].second);
+
+  // Pending records die with the target.
+  std::thread([] { KLog("orphan"); }).join();
+  KMessageTargetDestroy(h);
+  EXPECT_FALSE(KIsMessageTarget(h));
+  tools.SetMainWnd(nullptr);
+
+  char buf[64] = {0};
+  rewind(f);
+  size_t n = fread(buf, 1, sizeof(buf) - 1, f);
+  fclose(f);
+  EXPECT_EQ("from owner\nfrom worker\norphan\n", std::string(buf, n));
+  KToolsInit(nullptr);
+}
+
+TEST(KDebugSink, DebugOutputChannel) {
+  static std::string out;
+  out.clear();
+  CKTools tools;
+  KToolsInit(&tools);
+  KSetDebugOutput([](const char* s, void*) { out += s; }, nullptr);
+  KLog("to debugger");
+  tools.SetFlags(KTOOLS_FLAG_LOG | KTOOLS_FLAG_STATUS);
+  KStatus("status", nullptr, 0);
+  EXPECT_EQ("to debugger\nstatus\r\n", out);
+  KSetDebugOutput(nullptr, nullptr);
+
+  int nLine = 0;
+  EXPECT_STREQ("src/KList", tools.GetFileLocation("/work/x/src/KList.cpp", 79, nLine));
+  EXPECT_EQ(79, nLine);
+  EXPECT_STREQ("include/base/classes/list/KPile",
+               tools.GetFileLocation("../include/base/classes/list/KPile.h", 1, nLine));
+  KToolsInit(nullptr);
+  EXPECT_NE(&tools, KTools());
+  EXPECT_NE(nullptr, KTools());
+}
+
+TEST(KDebugSink, StartupCheckReadsEnvironment) {
+  CaptureTools tools;
+  KToolsInit(&tools);
+  unsetenv("KELVOR_DEBUG");
+  tools.SetDebugMode(0);
+  KDebugStartupCheck();
+  EXPECT_EQ(0, tools.GetDebugMode());
+  ASSERT_EQ(1u, tools.lines.size());
+  EXPECT_EQ("Seeking for kelvor debug mode", tools.lines[0].first);
+  setenv("KELVOR_DEBUG", "", 1);
+  KDebugStartupCheck();
+  EXPECT_EQ(1, tools.GetDebugMode());
+  EXPECT_EQ("Switching to kelvor debug mode", tools.lines.back().first);
+  unsetenv("KELVOR_DEBUG");
+  KToolsInit(nullptr);
+}

@@ -1,0 +1,290 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include <base/tools/KString.h>
+
+TEST(KString, CapacityStepsAndGrowth) {
+  EXPECT_EQ(32u, CKString(std::string(31, 'x')).GetAllocLength());
+  EXPECT_EQ(64u, CKString(std::string(32, 'x')).GetAllocLength());
+  EXPECT_EQ(1024u, CKString(std::string(1023, 'x')).GetAllocLength());
+  EXPECT_EQ(2048u, CKString(std::string(1024, 'x')).GetAllocLength());
+  EXPECT_EQ(2048u, CKString(std::string(2000, 'x')).GetAllocLength());
+  EXPECT_EQ(2048u, CKString(std::string(2047, 'x')).GetAllocLength());
+  EXPECT_EQ(3072u, CKString(std::string(2048, 'x')).GetAllocLength());
+
+  // Appends grow only when the terminator would not fit, and never shrink.
+  CKString s;
+  for (int i = 0; i < 31; ++i) s += 'a';
+  EXPECT_EQ(32u, s.GetAllocLength());
+  s += 'b';
+  EXPECT_EQ(64u, s.GetAllocLength());
+  s = "x";
+  EXPECT_EQ(64u, s.GetAllocLength());
+  EXPECT_STREQ("x", s);
+}
+
+TEST(KString, EmptyRepresentationIsShared) {
+  CKString a, b((const char*)nullptr), c(""), d("x");
+  d.Empty();
+  EXPECT_EQ((const char*)a, (const char*)b);
+  EXPECT_EQ((const char*)a, (const char*)c);
+  EXPECT_EQ((const char*)a, (const char*)d);
+  EXPECT_TRUE(a.IsEmpty());
+  EXPECT_EQ(0u, a.GetAllocLength());
+  EXPECT_EQ(1u, a.GetRefCount());
+  CKString e(a);  // copying the empty representation never counts
+  EXPECT_EQ(1u, a.GetRefCount());
+  EXPECT_EQ((const char*)CKString("abcde").Left(0), (const char*)a);
+  EXPECT_EQ((const char*)CKString("abcde").Mid(10), (const char*)a);
+}
+
+TEST(KString, CopyOnWrite) {
+  CKString a("hello");
+  CKString b(a);
+  EXPECT_EQ((const char*)a, (const char*)b);
+  EXPECT_EQ(2u, a.GetRefCount());
+  b.SetAt(0, 'j');
+  EXPECT_STREQ("hello", a);
+  EXPECT_STREQ("jello", b);
+  EXPECT_EQ(1u, a.GetRefCount());
+  EXPECT_EQ(1u, b.GetRefCount());
+
+  CKString c;
+  c = a;
+  c += " world";
+  EXPECT_STREQ("hello", a);
+  EXPECT_STREQ("hello world", c);
+
+  // Appending a string to itself, and assigning a piece of itself.
+  CKString d("ab");
+  d += d;
+  EXPECT_STREQ("abab", d);
+  d = (const char*)d + 2;
+  EXPECT_STREQ("ab", d);
+  d.Insert(1, (const char*)d);
+  EXPECT_STREQ("aabb", d);
+
+  // Null assignment keeps a private block but zero length.
+  CKString e("xyz");
+  e = (const char*)nullptr;
+  EXPECT_EQ(0u, e.GetLength());
+  EXPECT_FALSE(e.IsEmpty());
+}
+
+TEST(KString, IsEmptyVersusZeroLength) {
+  CKString s("a");
+  s.ReleaseBuffer(0);
+  EXPECT_EQ(0u, s.GetLength());
+  EXPECT_FALSE(s.IsEmpty());
+  CKString t("   ");
+  t.TrimRight();
+  EXPECT_EQ(0u, t.GetLength());
+  EXPECT_FALSE(t.IsEmpty());
+  EXPECT_TRUE(t == (const char*)nullptr);
+  EXPECT_TRUE(CKString() == (const char*)nullptr);
+  EXPECT_FALSE(CKString("a") == (const char*)nullptr);
+}
+
+TEST(KString, ComparisonRules) {
+  CKString a("abc"), b("abd");
+  EXPECT_TRUE(a == "abc");
+  EXPECT_TRUE("abc" == a);
+  EXPECT_TRUE(a != b);
+  EXPECT_LT(a.Compare("abd"), 0);
+  EXPECT_EQ(0, CKString("HeLLo").CompareNoCase("hello"));
+  EXPECT_TRUE(CKString("x") == 'x');
+  EXPECT_TRUE(CKString("xx") != 'x');
+  // Length first: "zz" sorts before "aaa".
+  EXPECT_LT(KStrCompareLengthFirst("zz", "aaa"), 0);
+  EXPECT_GT(KStrCompareLengthFirst("b", "a"), 0);
+  EXPECT_EQ(0, KStrCompareLengthFirst("AbC", "aBc", TRUE));
+  EXPECT_NE(0, KStrCompareLengthFirst("AbC", "aBc", FALSE));
+  // Embedded bytes after a zero still count for CKString equality.
+  CKString z1, z2;
+  memcpy(z1.GetBufferSetLength(3), "a\0b", 3);
+  memcpy(z2.GetBufferSetLength(3), "a\0c", 3);
+  EXPECT_FALSE(z1 == z2);
+}
+
+TEST(KString, SubStringsAndSearch) {
+  CKString s("hello world");
+  EXPECT_STREQ("world", s.Mid(6));
+  EXPECT_STREQ("lo w", s.Mid(3, 4));
+  EXPECT_STREQ("world", s.Mid(6, 100));
+  EXPECT_STREQ("hello", s.Mid((unsigned)-3, 5));
+  EXPECT_EQ((const char*)s, (const char*)s.Mid(0, 11));  // shared, not copied
+  EXPECT_EQ((const char*)s, (const char*)s.Left(50));
+  EXPECT_STREQ("rld", s.Right(3));
+  EXPECT_EQ(4, s.Find('o'));
+  EXPECT_EQ(7, s.Find('o', 5));
+  EXPECT_EQ(-1, s.Find('o', 11));
+  EXPECT_EQ(6, s.Find("wor"));
+  EXPECT_EQ(-1, s.Find("wor", 7));
+  EXPECT_EQ(-1, s.Find((const char*)nullptr));
+  EXPECT_EQ(-1, s.Find("o", 12));
+  EXPECT_EQ(7, s.ReverseFind('o'));
+  EXPECT_EQ(4, s.ReverseFind('o', 6));
+  EXPECT_EQ(2, s.FindOneOf("xyl"));
+
+  CKString out;
+  EXPECT_TRUE(AfxExtractSubString(out, "a,bb,,c", 1, ','));
+  EXPECT_STREQ("bb", out);
+  EXPECT_TRUE(AfxExtractSubString(out, "a,bb,,c", 2, ','));
+  EXPECT_STREQ("", out);
+  EXPECT_TRUE(AfxExtractSubString(out, "a,bb,,c", 3, ','));
+  EXPECT_STREQ("c", out);
+  out = "keep";
+  EXPECT_FALSE(AfxExtractSubString(out, "a,b", 5, ','));
+  EXPECT_EQ(0u, out.GetLength());
+  out = "keep";
+  EXPECT_FALSE(AfxExtractSubString(out, nullptr, 0, ','));
+  EXPECT_EQ(0u, out.GetLength());
+}
+
+TEST(KString, Modification) {
+  CKString s("abcdefg");
+  EXPECT_EQ(7, s.Delete(2, 3));
+  EXPECT_STREQ("abfg", s);
+  EXPECT_EQ(4, s.Delete(9, 1));
+  EXPECT_EQ(5, s.Insert(99, 'z'));
+  EXPECT_STREQ("abfgz", s);
+  EXPECT_EQ(7, s.Insert(0, "<<"));
+  EXPECT_STREQ("<<abfgz", s);
+  EXPECT_EQ(7, s.Insert(3, ""));
+
+  CKString r("aaaa");
+  EXPECT_EQ(2, r.Replace("aa", "b"));
+  EXPECT_STREQ("bb", r);
+  EXPECT_EQ(2u, r.GetLength());
+  CKString g("a.b.c");
+  EXPECT_EQ(2, g.Replace(".", "--"));
+  EXPECT_STREQ("a--b--c", g);
+  EXPECT_EQ(0, g.Replace("", "x"));
+  EXPECT_EQ(2, g.Replace("--", nullptr));
+  EXPECT_STREQ("abc", g);
+  CKString shared(g);
+  EXPECT_EQ(0, shared.Replace("zz", "y"));
+  EXPECT_EQ((const char*)g, (const char*)shared);  // nothing found, nothing copied
+  EXPECT_EQ(1, shared.Replace('b', 'B'));
+  EXPECT_STREQ("abc", g);
+  EXPECT_EQ(0, shared.Replace('c', 'c'));
+
+  CKString u("MiXed-123");
+  u.MakeUpper();
+  EXPECT_STREQ("MIXED-123", u);
+  u.MakeLower();
+  EXPECT_STREQ("mixed-123", u);
+  CKString hi("\xe9t\xc9");
+  hi.MakeUpper();
+  EXPECT_STREQ("\xe9T\xc9", hi);  // ASCII only
+}
+
+TEST(KString, Trimming) {
+  CKString t(" \t\r\nabc \n");
+  t.TrimLeft();
+  EXPECT_STREQ("abc \n", t);
+  t.TrimRight();
+  EXPECT_STREQ("abc", t);
+  CKString x("xxabcxx");
+  x.TrimLeft('x');
+  EXPECT_STREQ("abcxx", x);
+  x.TrimRight('x');
+  EXPECT_STREQ("abc", x);
+  // A single leading character followed by the trimmed one stays as it is.
+  CKString a("a   ");
+  a.TrimRight(' ');
+  EXPECT_STREQ("a   ", a);
+  a.TrimRight();
+  EXPECT_STREQ("a", a);
+  CKString all("----");
+  all.TrimRight('-');
+  EXPECT_EQ(0u, all.GetLength());
+  EXPECT_FALSE(all.IsEmpty());
+  CKString ab("ab  ");
+  ab.TrimRight(' ');
+  EXPECT_STREQ("ab", ab);
+}
+
+TEST(KString, BufferAccess) {
+  CKString s("abc");
+  CKString copy(s);
+  char* p = s.GetBuffer(100);
+  EXPECT_GE(s.GetAllocLength(), 101u);
+  strcpy(p, "longer text");
+  s.ReleaseBuffer();
+  EXPECT_EQ(11u, s.GetLength());
+  EXPECT_STREQ("abc", copy);
+  p = s.GetBufferSetLength(4);
+  EXPECT_EQ(4u, s.GetLength());
+  EXPECT_EQ(0, p[4]);
+  EXPECT_STREQ("long", s);
+  s.ReleaseBuffer(2);
+  EXPECT_STREQ("lo", s);
+  s.KConcatInPlace(3, "xyz");
+  s.KConcatInPlace('!');
+  s.KConcatInPlace(0, "ignored");
+  EXPECT_STREQ("loxyz!", s);
+}
+
+TEST(KString, Concatenation) {
+  CKString a("ab");
+  EXPECT_STREQ("abcd", a + "cd");
+  EXPECT_STREQ("cdab", "cd" + a);
+  EXPECT_STREQ("ab!", a + '!');
+  EXPECT_STREQ("!ab", '!' + a);
+  EXPECT_STREQ("abab", a + a);
+  EXPECT_STREQ("abstd", a + std::string("std"));
+  std::string std1 = a;
+  EXPECT_EQ("ab", std1);
+  CKString b(std::string("from std"));
+  EXPECT_STREQ("from std", b);
+  a += (const char*)nullptr;
+  a += "";
+  EXPECT_STREQ("ab", a);
+}
+
+TEST(KString, FormatMeasuresEnough) {
+  CKString s;
+  s.Format("%d-%s-%c-%5.2f-%x-%%", 42, "txt", 'z', 3.14159, 255);
+  EXPECT_STREQ("42-txt-z- 3.14-ff-%", s);
+  s.Format("%*d|%-6s|%.3s", 8, 7, "ab", "abcdef");
+  EXPECT_STREQ("       7|ab    |abc", s);
+  s.Format("%f", 1e300);  // 301 digits before the point
+  EXPECT_EQ(308u, s.GetLength());
+  std::string big(5000, 'q');
+  s.Format("[%s]", big.c_str());
+  EXPECT_EQ(5002u, s.GetLength());
+  s.Format("%lld %llu %ld %zu", -5LL, 6ULL, 7L, (size_t)8);
+  EXPECT_STREQ("-5 6 7 8", s);
+  s.Format("%e|%g|%p", 1.5, 0.25, (void*)nullptr);
+  EXPECT_EQ(0, strncmp(s, "1.500000e+00|0.25|", 18));
+}
+
+TEST(KString, LoadStringFromRegisteredTable) {
+  KStringTableClear();
+  KStringTableSet(7, "seven");
+  std::string longText(700, 'L');
+  KStringTableSet(8, longText.c_str());
+  std::string edge(254, 'E');  // leaves only 2 bytes of the first 256 unused
+  KStringTableSet(9, edge.c_str());
+  CKString s;
+  EXPECT_TRUE(s.LoadString(7));
+  EXPECT_STREQ("seven", s);
+  EXPECT_TRUE(s.LoadString(8));
+  EXPECT_EQ(700u, s.GetLength());
+  EXPECT_TRUE(s.LoadString(9));
+  EXPECT_EQ(edge, std::string(s));
+  EXPECT_FALSE(s.LoadString(10));
+  EXPECT_EQ(0u, s.GetLength());
+
+  KSetStringLoader([](unsigned nID, char* buf, int nMax) -> int {
+    int n = snprintf(buf, (size_t)nMax, "id%u", nID);
+    return n < nMax ? n : nMax - 1;
+  });
+  EXPECT_TRUE(s.LoadString(12));
+  EXPECT_STREQ("id12", s);
+  KSetStringLoader(nullptr);
+  KStringTableClear();
+}
