@@ -10,12 +10,9 @@
 #include <ctime>
 #include <string>
 
-#if __has_include(<base/classes/list/KPtrList.h>) && __has_include(<base/classes/list/KList.h>)
-#define KDEBUG_TMP_LISTS 1
 #include <base/classes/list/KList.h>
 #include <base/classes/list/KPile.h>
 #include <base/classes/list/KPtrList.h>
-#endif
 #include <base/tools/KMessage.h>
 #include <base/tools/KStr.h>
 #include <base/tools/KTools.h>
@@ -182,26 +179,16 @@ void KLog(int nType, const char* s1, const char* s2, const char* s3, const char*
   KTools()->Log(KAndN(a, 15), KLogType(nType));
 }
 
-#ifdef KDEBUG_TMP_LISTS
 void KLogList(int nType, CKList* pLines) {
   if (!LogOn() || !pLines) return;
   for (int i = 0; i < pLines->Count(); ++i) KLog(nType, (const char*)pLines->Get(i));
 }
-#endif
 
 void KLogText(int nType, const char* szText) {
   if (!LogOn()) return;
-  CKString s(szText);
-  const char* p = s;
-  const char* q = p;
-  for (;; ++q) {
-    if (*q == '\r' || *q == '\n' || *q == 0) {
-      KLog(nType, (const char*)CKString(p).Left((unsigned)(q - p)));
-      if (*q == 0) break;
-      if (*q == '\r' && q[1] == '\n') ++q;
-      p = q + 1;
-    }
-  }
+  CKList lines;
+  KStrTextToList(&lines, szText);
+  KLogList(nType, &lines);
 }
 
 void KLogClear(int nType, int bPost) {
@@ -289,7 +276,6 @@ int KDbgCount() { return g_nDbgCount; }
 
 void KSetDebugMode(int nMode) { KTools()->SetDebugMode(nMode); }
 
-#ifdef KDEBUG_TMP_LISTS
 // ---------------------------------------------------------------- leak tracker
 namespace {
 
@@ -390,7 +376,6 @@ void KDebugReset() {
   t.Clear();
 }
 
-#endif
 // ---------------------------------------------------------------- start-up
 void KDebugStartupCheck() {
   KLog("Seeking for kelvor debug mode");
