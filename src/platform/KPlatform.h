@@ -75,4 +75,13 @@ void TzSet();
 
 }  // namespace kplat
 
+// Thread cancellation control (forced termination is deferred cancellation).
+namespace kplat {
+// Acts on a pending forced termination of the calling thread, if any.
+void ThreadTestCancel();
+// Enables or disables forced termination of the calling thread; returns the
+// previous setting.
+bool ThreadSetCancelEnabled(bool bEnabled);
+}  // namespace kplat
+
 #endif  // KELVOR_KPLATFORM_H

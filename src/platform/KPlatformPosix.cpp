@@ -298,3 +298,16 @@ bool RandomBytes(void* pBuffer, size_t nLen) {
 }
 
 }  // namespace kplat
+
+// ---------------------------------------------------------------- cancellation
+namespace kplat {
+
+void ThreadTestCancel() { pthread_testcancel(); }
+
+bool ThreadSetCancelEnabled(bool bEnabled) {
+  int nOld = PTHREAD_CANCEL_ENABLE;
+  pthread_setcancelstate(bEnabled ? PTHREAD_CANCEL_ENABLE : PTHREAD_CANCEL_DISABLE, &nOld);
+  return nOld == PTHREAD_CANCEL_ENABLE;
+}
+
+}  // namespace kplat

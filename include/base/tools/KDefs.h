@@ -117,6 +117,8 @@ public:
   COleDateTime(double dt) : m_dt(dt), m_status(valid) {}
   COleDateTime(int nYear, int nMonth, int nDay, int nHour, int nMin, int nSec);
 
+  // 0 when the fields are a date of years 100..9999; otherwise 1, the value
+  // becomes 0 and the status invalid.
   int SetDateTime(int nYear, int nMonth, int nDay, int nHour, int nMin, int nSec);
   DateTimeStatus GetStatus() const { return m_status; }
   void SetStatus(DateTimeStatus s) { m_status = s; }

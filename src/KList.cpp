@@ -1,0 +1,456 @@
+// CKList, CKListList, CKCircularList and the default comparators.
+#define KSRC_PATH "src/KList"
+
+#include <base/classes/list/KList.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include <base/tools/KDebug.h>
+#include <base/tools/KException.h>
+#include <base/tools/KStr.h>
+
+#include "KListUtil.h"
+
+namespace {
+
+inline CKString* NewStr(const char* sz, unsigned nLine) { return klist::NewString(sz, KSRC_PATH, nLine); }
+inline CKString* NewStr(const CKString& s, unsigned nLine) { return klist::NewString(s, KSRC_PATH, nLine); }
+
+// Room for nTotal slots in one step when copying a known number of
+// elements (the same size the adds one by one would reach).
+inline void Presize(CKPileFast& p, int nTotal) {
+  if (nTotal > p.PileSize()) p.PileSetSize(nTotal);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- comparators
+
+int kelvor_comp_func_string(const void* a, const void* b) {
+  const CKString* s1 = *(CKString* const*)a;
+  const CKString* s2 = *(CKString* const*)b;
+  // Null elements sort after every string.
+  if (!s1) return s2 ? 1 : 0;
+  if (!s2) return -1;
+  const int r = std::strcmp(*s1, *s2);
+  return r < 0 ? -1 : (r > 0 ? 1 : 0);
+}
+
+int kelvor_comp_func_int_32(const void* a, const void* b) {
+  // The slot addresses are compared, not the values in the slots.
+  const uintptr_t x = (uintptr_t)a;
+  const uintptr_t y = (uintptr_t)b;
+  return y > x ? 1 : (y < x ? -1 : 0);
+}
+
+// ---------------------------------------------------------------- CKList
+
+CKList::CKList() { data.sortfunc = kelvor_comp_func_string; }
+
+CKList::CKList(const CKList& l) : CKPile() {
+  data.sortfunc = l.data.sortfunc;
+  const int n = l.Count();
+  Presize(*this, n);
+  for (int i = 0; i < n; i++) {
+    const CKString* s = l.GetPtr(i);
+    AddPtr(s ? NewStr(*s, __LINE__) : NewStr("", __LINE__));
+  }
+}
+
+CKList& CKList::operator=(const CKList& l) {
+  Copy(l);
+  return *this;
+}
+
+CKList::~CKList() { CKList::Empty(); }
+
+int CKList::AddPtr(CKString* p) {
+  const int i = PileAdd(p);
+  if (i < 0) {
+    delete p;
+    throw CKMemoryException(KSRC_PATH, __LINE__);
+  }
+  return i;
+}
+
+CKString CKList::GetLast() const {
+  if (data.elts <= 0) return CKString();
+  return Get(data.elts - 1);
+}
+
+void CKList::DeleteLast() {
+  if (data.elts > 0) Delete(data.elts - 1);
+}
+
+int CKList::Add(const char* sz) { return AddPtr(NewStr(sz, __LINE__)); }
+
+int CKList::Add(const CKString& s) { return AddPtr(NewStr(s, __LINE__)); }
+
+int CKList::Add(const CString& s) {
+  CKString* p = new (std::nothrow) CKString(s);
+  if (!p) throw CKMemoryException(KSRC_PATH, __LINE__);
+  return AddPtr(p);
+}
+
+int CKList::AddUnique(const CKString& s, int bNoCase) {
+  const int i = Find(s, bNoCase);
+  return i >= 0 ? i : Add((const char*)s);
+}
+
+int CKList::AddUnique(const char* sz, int bNoCase) {
+  const int i = Find(sz, bNoCase);
+  return i >= 0 ? i : Add(sz);
+}
+
+void CKList::InsertAt(int nIndex, const CString& s) {
+  CKString* p = new (std::nothrow) CKString(s);
+  if (!p) throw CKMemoryException(KSRC_PATH, __LINE__);
+  if (PileInsertAt(nIndex, p) < 0) {
+    delete p;
+    throw CKMemoryException(KSRC_PATH, __LINE__);
+  }
+}
+
+void CKList::InsertAt(int nIndex, const CKString& s) {
+  CKString* p = NewStr(s, __LINE__);
+  if (PileInsertAt(nIndex, p) < 0) {
+    delete p;
+    throw CKMemoryException(KSRC_PATH, __LINE__);
+  }
+}
+
+void CKList::InsertAt(int nIndex, const char* sz) {
+  CKString* p = NewStr(sz, __LINE__);
+  if (PileInsertAt(nIndex, p) < 0) {
+    delete p;
+    throw CKMemoryException(KSRC_PATH, __LINE__);
+  }
+}
+
+CKString CKList::Get(const int& nIndex) const {
+  const CKString* s = GetPtr(nIndex);
+  return s ? *s : CKString();
+}
+
+CKString CKList::operator[](const int& nIndex) const { return Get(nIndex); }
+
+void CKList::Delete(const char* sz) {
+  const int i = Find(sz, FALSE);
+  if (i >= 0) Delete(i);
+}
+
+void CKList::Delete(const int& nIndex) {
+  KASSERT_AT(nIndex < Count(), "nIndex<Count()", "src/KList", 79);
+  // Out-of-range indexes remove nothing.
+  delete (CKString*)PileRemove(nIndex);
+}
+
+void CKList::Empty() {
+  for (int i = data.elts - 1; i >= 0; i--) {
+    delete (CKString*)data.ptr[i];
+    data.ptr[i] = nullptr;
+  }
+  PileEmpty();
+}
+
+void CKList::DeleteAll() { CKList::Empty(); }
+
+int CKList::Find(const char* sz, int bNoCase) const {
+  const size_t nLen = sz ? std::strlen(sz) : 0;
+  for (int i = 0; i < data.elts; i++)
+    if (klist::FindMatch((const CKString*)data.ptr[i], sz, nLen, bNoCase)) return i;
+  return -1;
+}
+
+int CKList::FindBeginWith(const char* sz, int bNoCase, int) const {
+  for (int i = 0; i < data.elts; i++) {
+    const CKString* s = (const CKString*)data.ptr[i];
+    if (KStrBeginWith(s ? s->GetString() : "", sz, bNoCase)) return i;
+  }
+  return -1;
+}
+
+void CKList::operator+=(const CKList& l) {
+  // Counted first: the source may be this list.
+  const int n = l.Count();
+  Presize(*this, data.elts + n);
+  for (int i = 0; i < n; i++) {
+    const CKString* s = l.GetPtr(i);
+    AddPtr(s ? NewStr(*s, __LINE__) : NewStr("", __LINE__));
+  }
+}
+
+void CKList::operator-=(const CKList& l) {
+  if (&l == this) {
+    // Every element deletes its own first match: nothing is left.
+    DeleteAll();
+    return;
+  }
+  const int n = l.Count();
+  for (int i = 0; i < n; i++) {
+    const CKString* s = l.GetPtr(i);
+    Delete(s ? s->GetString() : "");
+  }
+}
+
+int CKList::operator==(const CKList& l) const {
+  if (data.elts != l.data.elts) return 0;
+  for (int i = 0; i < data.elts; i++) {
+    const CKString* a = GetPtr(i);
+    const CKString* b = l.GetPtr(i);
+    const unsigned na = a ? a->GetLength() : 0;
+    const unsigned nb = b ? b->GetLength() : 0;
+    if (na != nb) return 0;
+    if (na && std::memcmp(a->GetString(), b->GetString(), na) != 0) return 0;
+  }
+  return 1;
+}
+
+int CKList::operator!=(const CKList& l) const { return !(*this == l); }
+
+int CKList::Set(int nIndex, const CKString& s) {
+  // Only assigns an existing string; never extends the list.
+  if (nIndex < 0) nIndex = 0;
+  if (nIndex < data.elts) {
+    if (CKString* p = (CKString*)data.ptr[nIndex]) *p = s;
+  }
+  return nIndex;
+}
+
+int CKList::Set(int nIndex, const char* sz) {
+  if (nIndex < 0) nIndex = 0;
+  if (nIndex < data.elts) {
+    CKString*& p = ((CKString**)data.ptr)[nIndex];
+    if (p)
+      *p = sz;
+    else
+      p = NewStr(sz, __LINE__);
+    return nIndex;
+  }
+  CKString* p = NewStr(sz, __LINE__);
+  const int nOld = data.elts;
+  if (PileSet(nIndex, p) < 0) {
+    delete p;
+    throw CKMemoryException(KSRC_PATH, __LINE__);
+  }
+  // The slots in between may hold stale pointers: they become null elements.
+  for (int i = nOld; i < nIndex; i++) data.ptr[i] = nullptr;
+  return nIndex;
+}
+
+void CKList::FromString(const char* szText, const char* szSeparators, int) {
+  Empty();
+  if (szText && *szText) KStrParse(this, szText, szSeparators);
+}
+
+void CKList::FromString(const char* szText, char cSeparator, int nFlags) {
+  Empty();
+  if (szText && *szText) KStrParse(this, szText, cSeparator, nFlags);
+}
+
+CKString CKList::ToString(const char* szSeparator) const {
+  return klist::Join(data, szSeparator, szSeparator ? std::strlen(szSeparator) : 0);
+}
+
+CKString CKList::ToString(char cSeparator) const { return klist::Join(data, &cSeparator, 1); }
+
+void CKList::Swap(int i, int j) { PileSwap(i, j); }
+
+void CKList::StripEmptyStrings(int) {
+  // One pass: trimmed survivors slide down in order, empty ones are freed.
+  CKString** s = (CKString**)data.ptr;
+  int nKept = 0;
+  for (int i = 0; i < data.elts; i++) {
+    CKString* p = s[i];
+    if (p) {
+      p->TrimLeft();
+      p->TrimRight();
+    }
+    if (p && p->GetLength() > 0)
+      s[nKept++] = p;
+    else
+      delete p;
+  }
+  if (nKept != data.elts) PileSetCount(nKept);
+}
+
+void CKList::Sort() { PileSort(); }
+
+void CKList::Copy(const CKList& l) {
+  // No self-check: copying a list into itself leaves it empty.
+  DeleteAll();
+  const int n = l.Count();
+  Presize(*this, n);
+  for (int i = 0; i < n; i++) {
+    const CKString* s = l.GetPtr(i);
+    AddPtr(s ? NewStr(*s, __LINE__) : NewStr("", __LINE__));
+  }
+}
+
+void CKList::CopyAndRemove(CKList& target, int n, int bEmptyTarget) {
+  if (&target == this) return;
+  if (bEmptyTarget) target.DeleteAll();
+  const int m = n < data.elts ? n : data.elts;
+  if (m <= 0) return;
+  for (int i = 0; i < m; i++) {
+    const CKString* s = GetPtr(i);
+    target.AddPtr(s ? NewStr(*s, __LINE__) : NewStr("", __LINE__));
+  }
+  // The moved elements leave this list in one shift.
+  for (int i = 0; i < m; i++) delete (CKString*)data.ptr[i];
+  std::memmove(data.ptr, data.ptr + m, sizeof(void*) * (size_t)(data.elts - m));
+  PileSetCount(data.elts - m);
+}
+
+void CKList::SetCount(int n) {
+  if (n < 0) n = 0;
+  while (data.elts > n) Delete(data.elts - 1);
+  while (data.elts < n) {
+    const int nBefore = data.elts;
+    Add("");
+    if (data.elts == nBefore) break;  // a bounded list stops growing
+  }
+}
+
+int CKList::TotalCharCount() const { return klist::TotalChars(data); }
+
+int CKList::iGet(int nIndex) const {
+  const CKString* s = GetPtr(nIndex);
+  return s ? std::atoi(*s) : 0;
+}
+
+int CKList::iGet2(int nIndex, int nDefault) const {
+  if (nIndex < 0 || nIndex >= data.elts) return nDefault;
+  const CKString* s = GetPtr(nIndex);
+  return KInt2(s ? s->GetString() : nullptr, nDefault);
+}
+
+int CKList::InsertUniqueAt(int nIndex, CKString& s, int bNoCase) {
+  // A private copy: s may be one of the strings about to be deleted.
+  const CKString str(s);
+  return InsertUniqueAt(nIndex, str.GetString(), bNoCase);
+}
+
+int CKList::InsertUniqueAt(int nIndex, const char* sz, int bNoCase) {
+  if (!sz) return -1;
+  for (int i = data.elts - 1; i >= 0; i--) {
+    const CKString* p = (const CKString*)data.ptr[i];
+    if (klist::Compare(p ? p->GetString() : "", sz, bNoCase) == 0) {
+      Delete(i);
+      if (i < nIndex) nIndex--;
+    }
+  }
+  if (nIndex < 0) nIndex = 0;
+  if (nIndex < data.elts) {
+    InsertAt(nIndex, sz);
+    return nIndex;
+  }
+  return Add(sz);
+}
+
+int CKList::PreAlloc(int n) {
+  PileSetSize(n);
+  if (n > data.size) throw CKMemoryException(KSRC_PATH, __LINE__);
+  // Meant for an empty list: whatever the slots held is overwritten.
+  for (int i = 0; i < n; i++) PileSetNoCheck(i, NewStr("", __LINE__));
+  return 1;
+}
+
+void CKList::RemoveDuplicates(int bNoCase) {
+  for (int p = 0; p < data.elts - 1; p++) {
+    const CKString* s1 = (const CKString*)data.ptr[p];
+    KASSERT_AT(s1, "pStr1", "src/KList", 247);
+    if (!s1) continue;
+    const unsigned nLen = s1->GetLength();
+    for (int q = p + 1; q < data.elts; q++) {
+      const CKString* s2 = (const CKString*)data.ptr[q];
+      KASSERT_AT(s2, "pStr2", "src/KList", 251);
+      if (!s2) continue;
+      if (s2->GetLength() == nLen && klist::NCompare(*s1, *s2, nLen, bNoCase) == 0) {
+        Delete(q);
+        q--;
+      }
+    }
+  }
+}
+
+void CKList::Detach(CKList& target) {
+  if (&target == this) return;
+  target.DeleteAll();
+  PileDetach(target);
+}
+
+// ---------------------------------------------------------------- CKListList
+
+CKListList::CKListList() {}
+
+CKListList::CKListList(const CKListList& l) : CKPtrListOwnedC<CKList>(l) {}
+
+CKListList& CKListList::operator=(const CKListList& l) {
+  DeleteAll();
+  const int n = l.Count();
+  Presize(*this, n);
+  for (int i = 0; i < n; i++) {
+    const CKList* pSrc = (const CKList*)l.data.ptr[i];
+    CKList* p = new (std::nothrow) CKList;
+    if (!p) throw CKMemoryException(KSRC_PATH, __LINE__);
+    if (pSrc) *p = *pSrc;
+    if (Add(p) < 0) {
+      delete p;
+      throw CKMemoryException(KSRC_PATH, __LINE__);
+    }
+  }
+  return *this;
+}
+
+int CKListList::PreAlloc(int n) {
+  PileSetSize(n);
+  if (n > data.size) throw CKMemoryException(KSRC_PATH, __LINE__);
+  for (int i = 0; i < n; i++) {
+    CKList* p = new (std::nothrow) CKList;
+    if (!p) throw CKMemoryException(KSRC_PATH, __LINE__);
+    PileSetNoCheck(i, p);
+  }
+  return 1;
+}
+
+CKListList::~CKListList() {}
+
+// ---------------------------------------------------------------- CKCircularList
+
+CKCircularList::CKCircularList(int nCapacity) : m_nCapacity(nCapacity < 2 ? 30 : nCapacity) {}
+
+CKCircularList::CKCircularList(const CKCircularList& l) : CKList(l), m_nCapacity(l.m_nCapacity) {}
+
+CKCircularList& CKCircularList::operator=(const CKCircularList& l) {
+  CKList::operator=(l);
+  m_nCapacity = l.m_nCapacity;
+  return *this;
+}
+
+CKCircularList::~CKCircularList() {}
+
+int CKCircularList::Add(const char* sz) {
+  if (data.elts < m_nCapacity) return CKList::Add(sz);
+  // Full: the oldest string goes to the end and takes the new text.
+  const int nLast = data.elts - 1;
+  PileMove(nLast, 0);
+  CKString*& pStr = ((CKString**)data.ptr)[nLast];
+  KASSERT_AT(pStr, "pStr", "src/KList", 548);
+  if (pStr)
+    *pStr = sz;
+  else
+    pStr = NewStr(sz, __LINE__);
+  return nLast;
+}
+
+CKString CKCircularList::RemoveLast() {
+  if (data.elts <= 0) return CKString();
+  CKString* p = (CKString*)PileRemove(data.elts - 1);
+  if (!p) return CKString();
+  CKString s(*p);
+  delete p;
+  return s;
+}

@@ -1,0 +1,180 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <base/classes/list/KList.h>
+#include <base/tools/KTools.h>
+
+namespace {
+
+class CaptureTools : public CKTools {
+public:
+  std::vector<std::string> lines;
+  void Log(const char* szText, int nType) override {
+    if (nType == 8) lines.push_back(szText);
+  }
+};
+
+// Owns one fast-list storage and releases it once, as the contract asks.
+class FastListTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    tools.SetFlags(tools.GetFlags() | KTOOLS_FLAG_LOG);
+    KToolsInit(&tools);
+  }
+  void TearDown() override {
+    l.RealDeleteAll();
+    KToolsInit(nullptr);
+  }
+  void Fill(std::initializer_list<const char*> items) {
+    l.Empty();
+    for (const char* s : items) l.Add(s);
+  }
+  std::string Text(const CKFastList& f) const { return std::string(f.ToString('|')); }
+  void* Slot(int i) const { return l.PileGetData()[i]; }
+  CaptureTools tools;
+  CKFastList l;
+};
+
+}  // namespace
+
+TEST_F(FastListTest, ParksAndReusesObjects) {
+  Fill({"a", "b", "c"});
+  void* pa = Slot(0);
+  void* pb = Slot(1);
+  l.Empty();
+  l.Add("x");
+  EXPECT_EQ(pa, Slot(0));  // same object, new text
+  EXPECT_EQ("x", Text(l));
+
+  Fill({"a", "b", "c"});
+  l.Delete(0);  // the removed object becomes the first parked one
+  EXPECT_EQ("b|c", Text(l));
+  EXPECT_EQ(pa, Slot(2));
+  EXPECT_EQ(pb, Slot(0));
+  l.Delete("c");
+  EXPECT_EQ("b", Text(l));
+  l.Delete(1);
+  l.Delete(-1);
+  ASSERT_EQ(2u, tools.lines.size());
+  EXPECT_EQ("Assertion failed (nIndex<data.elts&&nIndex>=0) in src/KFastList on line 90. "
+            "Continue...",
+            tools.lines[0]);
+  EXPECT_EQ(1, l.Count());
+
+  // Growth keeps a free slot at the count; SetStep never shrinks.
+  for (int i = 0; i < 300; i++) l.Add("v");
+  EXPECT_EQ(384, l.PileSize());
+  l.Empty();
+  l.SetStep(128);
+  EXPECT_EQ(384, l.PileSize());
+  l.SetCount(2);
+  EXPECT_EQ("|", Text(l));
+  EXPECT_EQ(pb, Slot(0));
+}
+
+TEST_F(FastListTest, LossyInsertAndOffByOneSet) {
+  Fill({"a", "b"});
+  l.InsertAt(0, "n");
+  EXPECT_EQ(3, l.Count());
+  EXPECT_EQ("n|n|b", Text(l));
+  EXPECT_EQ(Slot(0), Slot(1));
+  l.InsertAt(9, CKString("e"));
+  EXPECT_EQ("n|n|b|e", Text(l));
+
+  // Inserting over parked objects loses none of them (RealDeleteAll in
+  // TearDown must find each exactly once).
+  Fill({"p", "q", "r", "s"});
+  l.Empty();
+  l.Add("a");
+  l.InsertAt(0, "b");
+  EXPECT_EQ("b|b", Text(l));
+
+  // Later reuse goes through the shared object too.
+  Fill({"a", "b"});
+  EXPECT_EQ("b|b", Text(l));
+
+  CKFastList f;
+  f.Add("a");
+  f.Add("b");
+  EXPECT_EQ(2, f.Set(2, "z"));  // writes the parked slot only
+  EXPECT_EQ(2, f.Count());
+  EXPECT_EQ("z", std::string(*(CKString*)f.PileGetData()[2]));
+  EXPECT_EQ(4, f.Set(4, CKString("w")));
+  EXPECT_EQ(5, f.Count());
+  EXPECT_EQ("a|b|z||w", Text(f));
+  EXPECT_EQ(300, f.Set(300, "far"));
+  EXPECT_EQ(301, f.Count());
+  EXPECT_EQ("far", std::string(f.GetLast()));
+  f.RealDeleteAll();
+  EXPECT_EQ(nullptr, f.PileGetData());
+  EXPECT_EQ(301, f.Count());
+  EXPECT_EQ("", std::string(f.Get(0)));
+}
+
+TEST_F(FastListTest, CopiesShareStorage) {
+  Fill({"a", "b"});
+  CKFastList c(l);
+  EXPECT_EQ(l.PileGetData(), c.PileGetData());
+  l.Set(0, "z");
+  EXPECT_EQ("z|b", Text(c));
+  CKFastList d;
+  d = c;
+  CKFastList& dself = d;
+  d = dself;
+  EXPECT_EQ(2, d.Count());
+  CKFastList e;
+  d.Detach(e);
+  EXPECT_EQ(e.PileGetData(), l.PileGetData());
+  EXPECT_EQ(2, d.Count());  // Detach clears nothing
+
+  // Deep copy into this list's own reused objects.
+  CKFastList other;
+  other.Add("x");
+  other.Add("y");
+  other.Add("z");
+  void* p0 = Slot(0);
+  l.Copy(other);
+  EXPECT_EQ("x|y|z", Text(l));
+  EXPECT_EQ(p0, Slot(0));
+  l += other;
+  EXPECT_EQ(6, l.Count());
+  l.CopyAndRemove(other, 2, TRUE);
+  EXPECT_EQ("x|y", Text(other));
+  EXPECT_EQ("z|x|y|z", Text(l));
+  other.RealDeleteAll();
+}
+
+TEST_F(FastListTest, SharedListBehaviour) {
+  Fill({"b", "", "a", "", "c", "a"});
+  void* pEmpty1 = Slot(1);
+  void* pEmpty2 = Slot(3);
+  l.StripEmptyStrings();
+  EXPECT_EQ("b|a|c|a", Text(l));
+  EXPECT_EQ(pEmpty2, Slot(4));  // parked last-removed first
+  EXPECT_EQ(pEmpty1, Slot(5));
+  EXPECT_EQ(1, l.Find("a"));
+  EXPECT_EQ(1, l.Find("A", TRUE));
+  EXPECT_EQ(0, l.AddUnique("b"));
+  EXPECT_EQ(4, l.AddUnique(CKString("d")));
+  l.RemoveDuplicates(FALSE);
+  EXPECT_EQ("b|a|c|d", Text(l));
+  l.Sort();
+  EXPECT_EQ("a|b|c|d", Text(l));
+  l.Swap(0, 3);
+  EXPECT_EQ("d|b|c|a", Text(l));
+  EXPECT_EQ(4, l.TotalCharCount());
+  // The lossy insertion makes InsertUniqueAt lose the element it lands on.
+  EXPECT_EQ(1, l.InsertUniqueAt(1, "a", FALSE));
+  EXPECT_EQ("d|a|a|c", Text(l));
+
+  Fill({"5", "x"});
+  EXPECT_EQ(5, l.iGet(0));
+  EXPECT_EQ(9, l.iGet2(2, 9));
+  EXPECT_EQ(0, l.iGet2(1, 9));
+  EXPECT_EQ(1, l.PreAlloc(3));
+  EXPECT_EQ("||", Text(l));
+  l.Empty();
+  EXPECT_EQ("", std::string(l.GetLast()));
+}

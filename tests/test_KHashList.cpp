@@ -1,0 +1,367 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <base/classes/hash/KHashStringToPtr.h>
+#include <base/classes/hash/KHashStringToString.h>
+#include <base/tools/KException.h>
+#include <base/tools/KTools.h>
+
+// The pool-growth failure test asks for a block the heap must refuse; the
+// sanitizer's allocator has to answer null instead of aborting.
+#if defined(__SANITIZE_ADDRESS__)
+#define KTEST_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KTEST_ASAN 1
+#endif
+#endif
+#ifdef KTEST_ASAN
+extern "C" const char* __asan_default_options() { return "allocator_may_return_null=1"; }
+#endif
+
+namespace {
+
+class CLogCapture : public CKTools {
+public:
+  CLogCapture() {
+    SetFlags(GetFlags() | KTOOLS_FLAG_LOG);
+    KToolsInit(this);
+  }
+  ~CLogCapture() override { KToolsInit(nullptr); }
+  void Log(const char* szText, int nType) override {
+    m_lines.push_back(szText ? szText : "");
+    m_types.push_back(nType);
+  }
+  std::vector<std::string> m_lines;
+  std::vector<int> m_types;
+};
+
+struct CCounted {
+  static int s_nLive;
+  int n;
+  explicit CCounted(int v = 0) : n(v) { ++s_nLive; }
+  CCounted(const CCounted& o) : n(o.n) { ++s_nLive; }
+  CCounted& operator=(const CCounted&) = default;
+  virtual ~CCounted() { --s_nLive; }
+};
+int CCounted::s_nLive = 0;
+
+typedef CKHashStringToPtr<CCounted> CMap;
+
+// Integer keys, hash = key: buckets are predictable and collisions easy.
+class CIntMap : public CKHashList {
+public:
+  ~CIntMap() override { DeleteAll(); }
+  int m_nDestructed = 0;
+  std::vector<std::pair<void*, void*>> m_valueChanges;
+
+protected:
+  unsigned int HashKey(void* pKey) const override { return (unsigned int)(uintptr_t)pKey; }
+  int CompareKey(void* a, void* b) const override { return a == b; }
+  void DestructElement(void*, void*) override { ++m_nDestructed; }
+  void DestructValue(void* pOld, void* pNew) override { m_valueChanges.push_back({pOld, pNew}); }
+  void CopyElement(void*& k, void*& v, void* pKey, void* pValue) override {
+    k = pKey;
+    v = pValue;
+  }
+};
+
+void* P(uintptr_t n) { return (void*)n; }
+
+std::vector<std::string> Keys(const CMap& m) {
+  std::vector<std::string> v;
+  for (unsigned i = 0; i < m.Count(); ++i) v.push_back((const char*)m.GetKeyAt(i));
+  return v;
+}
+
+}  // namespace
+
+TEST(KHashList, StringHashBucketsAndIterationOrder) {
+  EXPECT_EQ(CKHashList::HashString(""), 0u);
+  EXPECT_EQ(CKHashList::HashString("a"), 97u);
+  EXPECT_EQ(CKHashList::HashString("ab"), 3299u);
+  EXPECT_EQ(CKHashList::HashString("\xE9"), (unsigned)-23);
+  EXPECT_EQ(CKHashList::HashString("a\xE9"), 97u * 33u - 23u);
+
+  CMap m;
+  EXPECT_FALSE(m.HasTable());
+  m.Set("ab", new CCounted(1));  // bucket 206
+  m.Set("a", new CCounted(2));   // bucket 97
+  EXPECT_TRUE(m.HasTable());
+  EXPECT_EQ(m.GetTableSize(), 1031u);
+  EXPECT_EQ(m.GetAllocatedElements(), 256);
+  EXPECT_EQ(Keys(m), (std::vector<std::string>{"a", "ab"}));
+  EXPECT_EQ(m.GetAt(0)->n, 2);
+  EXPECT_EQ(m.GetCollisions(), 0);
+
+  KHashPos pos;
+  std::vector<std::string> walked;
+  for (int b = m.First(pos); b; b = m.Next(pos)) walked.push_back((const char*)CMap::KeyOf(pos));
+  EXPECT_EQ(walked, Keys(m));
+}
+
+TEST(KHashList, CollidingKeysChainMostRecentFirst) {
+  // Any key whose hash lands in the bucket of "a".
+  std::string strOther;
+  for (int c1 = 33; c1 < 127 && strOther.empty(); ++c1)
+    for (int c2 = 33; c2 < 127; ++c2) {
+      std::string s{(char)c1, (char)c2};
+      if (CKHashList::HashString(s.c_str()) % 1031 == 97) {
+        strOther = s;
+        break;
+      }
+    }
+  ASSERT_FALSE(strOther.empty());
+
+  CMap m;
+  m.Set("a", new CCounted(1));
+  m.Set(strOther.c_str(), new CCounted(2));
+  m.Set("b", new CCounted(3));  // bucket 98
+  EXPECT_EQ(m.GetCollisions(), 1);
+  EXPECT_EQ(m.GetKeyAt(0), strOther.c_str());  // head of bucket 97
+  EXPECT_EQ(m.GetKeyAt(1), "a");
+  EXPECT_EQ(m.Get("a")->n, 1);
+  EXPECT_EQ(m.Get(strOther.c_str())->n, 2);
+
+  m.Delete("a");  // tail of the chain
+  EXPECT_EQ(m.Get("a"), nullptr);
+  EXPECT_EQ(m.Get(strOther.c_str())->n, 2);
+  m.Set("a", new CCounted(4));
+  m.Delete(strOther.c_str());  // head of the chain
+  EXPECT_EQ(m.Get("a")->n, 4);
+  EXPECT_EQ(m.Get(strOther.c_str()), nullptr);
+  EXPECT_EQ(m.GetCollisions(), 0);
+  EXPECT_EQ(m.Count(), 2u);
+}
+
+TEST(KHashList, PoolRelocationKeepsChainsAndOrder) {
+  const unsigned nTable = 7;
+  CIntMap m;
+  m.InitHashTable(nTable, 2);
+  // Whether realloc moves the pool is the heap's choice: the other blocks
+  // allocated meanwhile make it likely; insert until it has moved a few times.
+  std::vector<std::unique_ptr<char[]>> blockers;
+  void** pFirstSlot = nullptr;
+  int nMoves = 0, nKeys = 0;
+  while ((nMoves < 4 || nKeys % 2) && nKeys < 2000) {
+    ++nKeys;
+    m.Set(P(nKeys), P(1000 + nKeys));
+    blockers.emplace_back(new char[24 * (nKeys < 400 ? nKeys : 400)]);
+    void** pSlot = &m.Get(P(1), 0, nullptr);
+    if (pFirstSlot && pSlot != pFirstSlot) ++nMoves;
+    pFirstSlot = pSlot;
+  }
+  EXPECT_GE(nMoves, 4);
+  EXPECT_EQ(m.GetAllocatedElements(), nKeys);
+  EXPECT_EQ(m.Count(), (unsigned)nKeys);
+  for (int k = 1; k <= nKeys; ++k) EXPECT_EQ(m.Get(P(k)), P(1000 + k)) << k;
+
+  // Buckets in order, each from the most recent insertion back.
+  std::vector<uintptr_t> expected;
+  for (unsigned b = 0; b < nTable; ++b)
+    for (int k = nKeys; k >= 1; --k)
+      if (k % nTable == b) expected.push_back(k);
+  std::vector<uintptr_t> byIndex, byCursor;
+  for (unsigned i = 0; i < m.Count(); ++i) {
+    byIndex.push_back((uintptr_t)m.GetKey(i));
+    EXPECT_EQ((uintptr_t)m.Get(i), 1000 + byIndex.back());
+  }
+  KHashPos pos;
+  for (int b = m.First(pos); b; b = m.Next(pos)) byCursor.push_back((uintptr_t)pos.pElt->pKey);
+  EXPECT_EQ(byIndex, expected);
+  EXPECT_EQ(byCursor, expected);
+  EXPECT_EQ(m.GetCollisions(), nKeys - (int)nTable);
+
+  // Deleted elements are recycled before the pool grows again.
+  for (int k = 2; k <= nKeys; k += 2) m.Delete(P(k));
+  EXPECT_EQ(m.m_nDestructed, nKeys / 2);
+  for (int k = 2; k <= nKeys; k += 2) m.Set(P(k + 1000), P(k));
+  EXPECT_EQ(m.GetAllocatedElements(), nKeys);
+  m.Set(P(5000), P(1));
+  EXPECT_EQ(m.GetAllocatedElements(), nKeys + 2);
+  for (int k = 1; k <= nKeys; k += 2) EXPECT_EQ(m.Get(P(k)), P(1000 + k));
+
+  // Deleting by index removes exactly the element that index names.
+  void* pKey3 = m.GetKey(3u);
+  unsigned nBefore = m.Count();
+  m.Delete(3u);
+  EXPECT_EQ(m.Count(), nBefore - 1);
+  EXPECT_FALSE(m.Exist(pKey3));
+
+  // A second InitHashTable rehashes instead of dropping the elements.
+  nBefore = m.Count();
+  m.InitHashTable(101, 4);
+  EXPECT_EQ(m.Count(), nBefore);
+  EXPECT_EQ(m.GetTableSize(), 101u);
+  for (int k = 1; k <= nKeys; k += 2)
+    if (P(k) != pKey3) {
+      EXPECT_EQ(m.Get(P(k)), P(1000 + k));
+    }
+}
+
+TEST(KHashList, GetCreateDummyAndValueHooks) {
+  CIntMap m;
+  m.Delete(P(1));  // no table: nothing happens
+  EXPECT_FALSE(m.HasTable());
+
+  int bFound = 7;
+  void*& rMissing = m.Get(P(5), 0, &bFound);
+  EXPECT_EQ(bFound, 0);
+  EXPECT_EQ(rMissing, nullptr);
+  rMissing = P(123);
+  EXPECT_EQ(m.Count(), 0u);
+  EXPECT_EQ(m.Get(P(5)), nullptr);
+  EXPECT_EQ(m.Get(P(6), 0, nullptr), nullptr);  // the dummy is zeroed again
+
+  void*& rNew = m.Get(P(5), 1, &bFound);
+  EXPECT_EQ(bFound, 1);
+  EXPECT_EQ(rNew, nullptr);
+  rNew = P(77);
+  EXPECT_EQ(m.Get(P(5), &bFound), P(77));
+  EXPECT_EQ(bFound, 1);
+  EXPECT_EQ(m.Get(P(9), &bFound), nullptr);
+  EXPECT_EQ(bFound, 0);
+
+  m.Set(P(5), P(78));
+  ASSERT_FALSE(m.m_valueChanges.empty());
+  EXPECT_EQ(m.m_valueChanges.back(), std::make_pair(P(77), P(78)));
+  m.Delete(P(42));
+  EXPECT_EQ(m.Count(), 1u);
+  EXPECT_EQ(m.m_nDestructed, 0);
+  m.DeleteAll();
+  EXPECT_EQ(m.m_nDestructed, 1);
+  EXPECT_EQ(m.Count(), 0u);
+  EXPECT_EQ(m.GetAllocatedElements(), 0);
+}
+
+TEST(KHashList, OwnershipCopyAndDetach) {
+  ASSERT_EQ(CCounted::s_nLive, 0);
+  {
+    CMap m;
+    for (int i = 0; i < 300; ++i) m.Set(("k" + std::to_string(i)).c_str(), new CCounted(i));
+    EXPECT_EQ(m.Count(), 300u);
+    EXPECT_EQ(m.GetAllocatedElements(), 512);
+
+    m.Set("k7", new CCounted(-7));  // old value deleted, stored key kept
+    EXPECT_EQ(CCounted::s_nLive, 300);
+    EXPECT_EQ(m.Get("k7")->n, -7);
+    CCounted* pSame = m.Get("k8");
+    m.Set("k8", pSame);  // storing the same object again must not free it
+    EXPECT_EQ(m.Get("k8")->n, 8);
+    EXPECT_EQ(m.Count(), 300u);
+
+    CMap copy(m);
+    EXPECT_EQ(CCounted::s_nLive, 600);
+    EXPECT_EQ(Keys(copy), Keys(m));
+    EXPECT_NE(copy.Get("k1"), m.Get("k1"));
+    EXPECT_EQ(copy.Get("k299")->n, 299);
+    const CMap& self = copy;
+    copy = self;
+    EXPECT_EQ(copy.Count(), 300u);
+
+    CMap target;
+    target.Set("old", new CCounted(1));
+    m.Detach(target);
+    EXPECT_EQ(CCounted::s_nLive, 600);  // "old" destroyed
+    EXPECT_EQ(target.Count(), 300u);
+    EXPECT_EQ(target.Get("old"), nullptr);
+    EXPECT_EQ(target.Get("k7")->n, -7);
+    EXPECT_EQ(m.Count(), 0u);
+    EXPECT_FALSE(m.HasTable());
+    EXPECT_EQ(m.GetTableSize(), 1031u);
+    EXPECT_EQ(m.GetStep(), 256);
+    EXPECT_EQ(m.Get("k7"), nullptr);
+    m.Set("again", new CCounted(0));  // a detached map is usable
+
+    copy = target;
+    EXPECT_EQ(CCounted::s_nLive, 601);
+    target.Delete("k0");
+    target.DeleteAt(0);
+    EXPECT_EQ(CCounted::s_nLive, 599);
+    target.DeleteAll();
+    EXPECT_EQ(CCounted::s_nLive, 301);
+  }
+  EXPECT_EQ(CCounted::s_nLive, 0);
+}
+
+TEST(KHashList, StringToStringOwnsItsCopies) {
+  CKHashStringToString m;
+  char buf[8] = "one";
+  m.Set("k", buf);
+  buf[0] = 'X';
+  EXPECT_EQ(m.Get("k"), "one");
+  m.Set("k", "two");
+  m.Set("n", nullptr);
+  EXPECT_EQ(m.Count(), 2u);
+  EXPECT_EQ(m.Get("k"), "two");
+  EXPECT_TRUE(m.Exist("n"));
+  EXPECT_EQ(m.Get("n", "dflt"), "");
+  EXPECT_EQ(m.Get("absent", "dflt"), "dflt");
+  EXPECT_EQ(m.Get("absent"), "");
+  CKString str("keep");
+  EXPECT_FALSE(m.Get("absent", str));
+  EXPECT_EQ(str, "keep");
+  EXPECT_TRUE(m.Get("k", str));
+  EXPECT_EQ(str, "two");
+
+  CKHashStringToString copy(m);
+  m.Set("k", "three");
+  EXPECT_EQ(copy.Get("k"), "two");
+  EXPECT_EQ(m.GetKeyAt(0), copy.GetKeyAt(0));
+  m.Delete("k");
+  EXPECT_FALSE(m.Exist("k"));
+  EXPECT_EQ(copy.Count(), 2u);
+}
+
+TEST(KHashList, PreconditionReports) {
+  CLogCapture log;
+  CMap m;
+  m.InitHashTable(1, 2);
+  m.InitHashTable(5, 1);
+  EXPECT_FALSE(m.HasTable());
+  EXPECT_EQ(m.GetAt(0), nullptr);
+  EXPECT_EQ(m.GetCollisions(), 0);
+  CCounted* p = new CCounted(1);
+  m.Set(nullptr, p);
+  EXPECT_EQ(m.Count(), 0u);
+  delete p;
+  m.Set("x", new CCounted(2));
+  EXPECT_EQ(m.GetKeyAt(1), "");
+
+  std::vector<std::string> expected = {
+      "Assertion failed (nTableSize>1 in src/KHashList on line 100. Returning",
+      "Assertion failed (nPas>1 in src/KHashList on line 101. Returning",
+      "Assertion failed (nIndex<m_nCount) in src/KHashList on line 153. Returning value...",
+      "Assertion failed (m_pHashTable) in src/KHashList on line 273. Returning value...",
+      "Assertion failed (szKey in include/base/classes/hash/KHashStringToPtr on line 265. "
+      "Returning",
+      "Assertion failed (nIndex<m_nCount) in src/KHashList on line 153. Returning value...",
+  };
+  EXPECT_EQ(log.m_lines, expected);
+  for (int t : log.m_types) EXPECT_EQ(t, 8);
+}
+
+TEST(KHashList, PoolGrowthFailureThrowsWithItsSite) {
+  std::ifstream f("/proc/sys/vm/overcommit_memory");
+  std::string mode;
+  if (f >> mode && mode == "1") GTEST_SKIP() << "the heap never refuses here";
+  CMap m;
+  m.InitHashTable(2, INT_MAX);  // the first element asks for INT_MAX pool entries
+  CCounted* p = new CCounted(1);
+  try {
+    m.Set("a", p);
+    ADD_FAILURE() << "no exception";
+  } catch (const CKMemoryException& e) {
+    EXPECT_STREQ(e.m_szFile, "src/KHashList");
+    EXPECT_EQ(e.m_nLine, 225u);
+  }
+  EXPECT_EQ(m.Count(), 0u);
+  EXPECT_EQ(m.GetAllocatedElements(), 0);
+  delete p;
+}

@@ -1,0 +1,287 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <base/classes/list/KPile.h>
+#include <base/classes/list/KPtrList.h>
+#include <base/classes/list/KPtrListOwned.h>
+#include <base/tools/KTools.h>
+
+namespace {
+
+void* P(intptr_t n) { return (void*)n; }
+
+// Exposes the protected size check.
+class TestPile : public CKPile {
+public:
+  using CKPileFast::CheckSize;
+};
+
+struct Counted {
+  static int alive;
+  int value;
+  Counted(int v = 0) : value(v) { ++alive; }
+  virtual ~Counted() { --alive; }
+};
+int Counted::alive = 0;
+
+class CaptureTools : public CKTools {
+public:
+  std::vector<std::string> lines;
+  void Log(const char* szText, int nType) override {
+    if (nType == 8) lines.push_back(szText);
+  }
+};
+
+int Descending(const void* a, const void* b) {
+  const intptr_t x = *(const intptr_t*)a, y = *(const intptr_t*)b;
+  return x > y ? -1 : (x < y ? 1 : 0);
+}
+
+}  // namespace
+
+TEST(KPile, GrowsAndShrinksByWholeSteps) {
+  CKPile p;
+  EXPECT_EQ(0, p.PileSize());
+  EXPECT_EQ(0, p.PileAdd(P(1)));
+  EXPECT_EQ(128, p.PileSize());
+  for (int i = 1; i < 128; i++) EXPECT_EQ(nullptr, p.PileGetData()[i]) << i;
+  for (int i = 1; i < 128; i++) p.PileAdd(P(i + 1));
+  EXPECT_EQ(128, p.PileSize());
+  EXPECT_EQ(128, p.PileAdd(P(129)));  // the 129th element
+  EXPECT_EQ(256, p.PileSize());
+  EXPECT_EQ((int)(256 * sizeof(void*) + sizeof(KPile)), p.PileSizeof());
+  while (p.Count() > 200) p.PileRemove(p.Count() - 1);
+  EXPECT_EQ(256, p.PileSize());
+  while (p.Count() > 100) p.PileRemove(0);
+  EXPECT_EQ(128, p.PileSize());
+  EXPECT_EQ(P(30), p.PileGet(0));  // 29 removed from the front
+}
+
+TEST(KPile, CheckSizeRules) {
+  TestPile p;
+  p.data.elts = 300;  // count above size: whole steps
+  EXPECT_EQ(1, p.CheckSize());
+  EXPECT_EQ(384, p.PileSize());
+  p.data.elts = 384;  // count equal to size: one more step
+  EXPECT_EQ(1, p.CheckSize());
+  EXPECT_EQ(512, p.PileSize());
+  p.data.elts = 385;  // less than a step idle: nothing
+  EXPECT_EQ(1, p.CheckSize());
+  EXPECT_EQ(512, p.PileSize());
+  p.data.elts = 5;
+  EXPECT_EQ(1, p.CheckSize());
+  EXPECT_EQ(128, p.PileSize());
+
+  // A stale ENOMEM makes the check fail although the block was obtained.
+  p.data.elts = 128;
+  errno = ENOMEM;
+  EXPECT_EQ(0, p.CheckSize());
+  errno = 0;
+  EXPECT_EQ(256, p.PileSize());
+  for (int i = 128; i < 256; i++) ASSERT_EQ(nullptr, p.PileGetData()[i]);
+  p.data.elts = 0;
+
+  // Shrinking tests the old pointer: no array counts as a failure.
+  KPile r;
+  KPileInit(&r);
+  r.size = 512;
+  EXPECT_EQ(0, KPileCheckSize(&r));
+  EXPECT_EQ(128, r.size);
+  KPileEmpty(&r);
+}
+
+TEST(KPile, StepAndSize) {
+  CKPile p;
+  p.SetStep(16);
+  for (int i = 0; i < 17; i++) p.PileAdd(P(i + 1));
+  EXPECT_EQ(32, p.PileSize());
+  p.SetStep(0);
+  EXPECT_EQ(128, p.PileGetStep());
+  EXPECT_EQ(32, p.PileSize());  // less than a step idle: kept
+
+  // SetSize keeps the count unless it is larger than the new size.
+  p.SetStep(10);
+  EXPECT_EQ(1, p.PileSetSize(95));
+  EXPECT_EQ(100, p.PileSize());
+  EXPECT_EQ(17, p.Count());
+  p.PileSetSize(4);
+  EXPECT_EQ(4, p.Count());
+  EXPECT_EQ(10, p.PileSize());
+}
+
+TEST(KPile, SlotOperations) {
+  CKPile p;
+  for (int i = 1; i <= 5; i++) p.PileAdd(P(i));
+  EXPECT_EQ(0, p.PileFind(P(1), -3));
+  EXPECT_EQ(4, p.PileFind(P(5), 2));
+  EXPECT_EQ(nullptr, p.PileRemove(-1));
+
+  EXPECT_EQ(0, p.PileInsertAt(-2, P(9)));  // 9 1 2 3 4 5
+  EXPECT_EQ(6, p.PileInsertAt(40, P(8)));  // ... 8
+  p.PileMove(5, 0);                        // 1 2 3 4 5 9 8
+  EXPECT_EQ(P(9), p.PileGet(5));
+  p.PileMove(0, 6);  // 8 1 2 3 4 5 9
+  EXPECT_EQ(P(8), p.PileGet(0));
+  p.PileSwap(0, 6);
+  EXPECT_EQ(P(9), p.PileGet(0));
+  EXPECT_EQ(P(3), p.PileRemove(P(3)));
+  EXPECT_EQ(P(4), p.PileGet(3));
+
+  EXPECT_EQ(-1, p.PileSetAt(6, P(7)));
+  EXPECT_EQ(9, p.PileSet(9, P(10)));
+  EXPECT_EQ(10, p.Count());
+
+  p.PileSetSortFunc(Descending);
+  p.PileSetCount(6);
+  p.PileSort();
+  for (int i = 1; i < 6; i++) EXPECT_GT((intptr_t)p.PileGet(i - 1), (intptr_t)p.PileGet(i));
+
+  // FastAdd appends, also from itself; Detach moves everything.
+  p.PileFastAdd(p);
+  EXPECT_EQ(12, p.Count());
+  EXPECT_EQ(p.PileGet(0), p.PileGet(6));
+  CKPile q;
+  q.PileAdd(P(1));
+  p.SetStep(64);
+  p.PileDetach(q);
+  EXPECT_EQ(12, q.Count());
+  EXPECT_EQ(64, q.PileGetStep());
+  EXPECT_EQ(0, p.Count());
+}
+
+TEST(KPileT, ValuePiles) {
+  CKPileT<__int64> p;
+  EXPECT_EQ(0, p.Add(-5));
+  p.Add(1LL << 40);
+  p.Add(7);
+  EXPECT_EQ(128, p.PileSize());
+  EXPECT_EQ((int)(128 * 8 + sizeof(KPile)), p.PileSizeof());
+  EXPECT_EQ(1, p.AddUnique(1LL << 40));
+  EXPECT_EQ(3, p.AddUnique(8));
+  EXPECT_EQ(1LL << 40, p.Delete(1));
+  EXPECT_EQ(3, p.Count());
+  p.Sort();
+  EXPECT_EQ(-5, p.Get(0));
+  EXPECT_EQ(8, p.Get(2));
+
+  CKPileT<__int64> c(p);  // deep
+  c.Set(0, 100);
+  EXPECT_EQ(-5, p.Get(0));
+  c.Detach(p);
+  EXPECT_EQ(0, c.Count());
+  EXPECT_EQ(3, p.Count());
+
+  CKListUINT64 u;
+  for (unsigned __int64 i = 0; i < 129; i++) u.Add(~i);
+  EXPECT_EQ(256, u.PileSize());
+  u.data.step = 4096;  // set directly, as a decoder does
+  u.Empty();
+  EXPECT_EQ(0, u.PileSize());
+
+  CKListTyped<int> t;
+  t.Add(3);
+  EXPECT_EQ(5, t.Set(5, 9));
+  EXPECT_EQ(6, t.Count());
+  EXPECT_EQ(0, t.Get(3));
+  EXPECT_EQ(5, t.Find(9));
+  CKListTyped<int> t2;
+  t2.Copy(t);
+  EXPECT_EQ(6, t2.Count());
+  EXPECT_EQ(9, t2.Get(5));
+}
+
+TEST(KPtrList, NonOwning) {
+  Counted a(1), b(2), c(3);
+  {
+    CKPtrList<Counted> l;
+    l.Add(&a);
+    l.Add(&b);
+    EXPECT_EQ(0, l.InsertAt(-1, &c));
+    EXPECT_EQ(&a, l.GetAt(1));
+    EXPECT_EQ(2, l.Find(&b));
+    CKPtrList<Counted> copy(l);
+    EXPECT_EQ(0, l.Remove(&c));
+    EXPECT_EQ(3, copy.Count());
+    EXPECT_EQ(&b, l.RemoveAt(1));
+    // Padding with null entries, even over stale slots.
+    EXPECT_TRUE(l.SetCount(4));
+    EXPECT_EQ(nullptr, l.Get(1));
+    EXPECT_EQ(6, l.Set(6, &b));
+    EXPECT_EQ(nullptr, l.Get(5));
+  }
+  EXPECT_EQ(3, Counted::alive);
+  CKPtrList<Counted> owned;
+  owned.Add(new Counted(4));
+  owned.Add(nullptr);
+  owned.Add(new Counted(5));
+  owned.Delete(0);
+  EXPECT_EQ(4, Counted::alive);
+  owned.DeleteAll();
+  EXPECT_EQ(3, Counted::alive);
+  EXPECT_EQ(0, owned.Count());
+}
+
+TEST(KPtrListOwned, OwnershipAndAssertions) {
+  CaptureTools tools;
+  tools.SetFlags(tools.GetFlags() | KTOOLS_FLAG_LOG);
+  KToolsInit(&tools);
+  {
+    CKPtrListOwnedC<Counted> l;
+    EXPECT_EQ(kelvor_comp_func_int_32, l.PileGetSortFunc());
+    for (int i = 0; i < 3; i++) l.Add(new Counted(i));
+    l.Delete(1);
+    EXPECT_EQ(2, Counted::alive);
+    l.Delete(2);
+    ASSERT_EQ(1u, tools.lines.size());
+    EXPECT_EQ("Assertion failed (nIndex<Count()) in include/base/classes/list/KPtrListOwned on "
+              "line 50. Continue...",
+              tools.lines[0]);
+
+    CKPtrListOwnedC<Counted> d;
+    d.Add(new Counted(9));
+    d = l;  // deep
+    EXPECT_EQ(4, Counted::alive);
+    EXPECT_NE(l.Get(1), d.Get(1));
+    EXPECT_EQ(2, d.Get(1)->value);
+    l.Add(nullptr);
+    d = l;
+    EXPECT_EQ(3, d.Count());
+    EXPECT_EQ(0, d.Get(2)->value);
+
+    // The copy constructor shares the objects.
+    l.m_nParam = 7;
+    CKPtrListOwned<Counted>* pShared = new CKPtrListOwned<Counted>(l);
+    EXPECT_EQ(l.Get(0), pShared->Get(0));
+    EXPECT_EQ(7, pShared->m_nParam);
+    KPileInit(&pShared->data);  // let only l delete them
+    delete pShared;
+
+    // Count above size: DeleteAll reports and leaves everything in place.
+    const int nCount = d.data.elts;
+    d.data.elts = d.data.size + 1;
+    d.DeleteAll();
+    ASSERT_EQ(2u, tools.lines.size());
+    EXPECT_EQ("Assertion failed (c<=data.elts in include/base/classes/list/KPtrListOwned on "
+              "line 79. Returning",
+              tools.lines[1]);
+    d.data.elts = nCount;
+    EXPECT_EQ(5, Counted::alive);
+
+    CKPtrListOwned<Counted> t;
+    t.Add(new Counted(8));
+    EXPECT_EQ(6, Counted::alive);
+    l.Detach(t);
+    EXPECT_EQ(0, l.Count());
+    EXPECT_EQ(3, t.Count());
+    EXPECT_EQ(5, Counted::alive);
+    t.Set(0, new Counted(1));
+    EXPECT_EQ(5, Counted::alive);
+  }
+  EXPECT_EQ(0, Counted::alive);
+  KToolsInit(nullptr);
+}

@@ -1,0 +1,286 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <base/classes/list/KList.h>
+#include <base/tools/KStr.h>
+#include <base/tools/KTools.h>
+
+namespace {
+
+std::vector<std::string> Items(const CKList& l) {
+  std::vector<std::string> v;
+  for (int i = 0; i < l.Count(); ++i) v.push_back(l.Get(i).GetString());
+  return v;
+}
+using VS = std::vector<std::string>;
+
+class LogCatcher : public CKTools {
+public:
+  LogCatcher() { KToolsInit(this); }
+  ~LogCatcher() override { KToolsInit(nullptr); }
+  void Log(const char* szText, int nType) override {
+    m_lines.push_back(szText);
+    m_types.push_back(nType);
+  }
+  std::vector<std::string> m_lines;
+  std::vector<int> m_types;
+};
+
+std::string TempPath(const char* szName) { return ::testing::TempDir() + "kelvor_kstr_" + szName; }
+
+}  // namespace
+
+TEST(KStr, JoinAndNumbers) {
+  EXPECT_STREQ(KAnd("a", nullptr, "b", nullptr, "c"), "abc");
+  EXPECT_STREQ(KStr(-255, 16), "-ff");
+  EXPECT_STREQ(KStr(-9223372036854775807LL - 1), "-9223372036854775808");
+
+  EXPECT_EQ(KInt2("", 7), 7);
+  EXPECT_EQ(KInt2(nullptr, 7), 7);
+  EXPECT_EQ(KInt2("x", 7), 0);
+
+  EXPECT_EQ(KIsStrictInt("-12"), 1);
+  EXPECT_EQ(KIsStrictInt("0"), 1);
+  for (const char* s : {"-", "1 ", " 1", "+1", "", "1-2", "--1", "1.0"}) EXPECT_EQ(KIsStrictInt(s), 0) << s;
+  EXPECT_EQ(KIsStrictInt(nullptr), 0);
+}
+
+TEST(KStr, BoolsAndCase) {
+  for (const char* s : {"1", "-3", "oui", "Vrai", "TRUE", "yes", "YeS"}) EXPECT_EQ(KBool(s), 1) << s;
+  for (const char* s : {"no", "0", "faux", "x", "", "yess", "tru"}) EXPECT_EQ(KBool(s), 0) << s;
+  EXPECT_EQ(KBool(nullptr), 0);
+  EXPECT_STREQ(KBool2Str(5), "TRUE");
+  EXPECT_STREQ(KBool2Str(0), "FALSE");
+
+  EXPECT_STREQ(KStrUpcase("ab\xe9z1"), "AB\xe9Z1");
+  EXPECT_EQ(KStrPos("abcb", 'b'), 1);
+  EXPECT_EQ(KStrPos("abc", 'z'), -1);
+  EXPECT_EQ(KStrPos("abc", 0), -1);
+
+  EXPECT_EQ(KStrBeginWith("Hello", "he", TRUE), 1);
+  EXPECT_EQ(KStrBeginWith("Hello", "he", FALSE), 0);
+  EXPECT_EQ(KStrBeginWith("He", "Hello", FALSE), 0);
+  EXPECT_EQ(KStrBeginWith(nullptr, "", FALSE), 1);
+  EXPECT_EQ(KStrICmp("abC", "ABc"), 0);
+  EXPECT_GT(KStrICmp("\xe9", "a"), 0);  // unsigned bytes
+  EXPECT_EQ(KStrNICmp("abX", "ABy", 2), 0);
+}
+
+TEST(KStr, InPlaceHelpers) {
+  CKString s("abcdef");
+  KTruncate2(s, 10);
+  EXPECT_STREQ(s, "abcdef");
+  CKString t(s);
+  KTruncate2(s, 3);
+  EXPECT_STREQ(s, "abc");
+  EXPECT_STREQ(t, "abcdef");  // the shared copy is untouched
+
+  CKString r;
+  KStrPreAlloc(r, 100, 0);
+  EXPECT_GE(r.GetAllocLength(), 101u);
+  EXPECT_EQ(r.GetLength(), 0u);
+  CKString q("hello");
+  KStrPreAlloc(q, 3);
+  EXPECT_STREQ(q, "hel");
+
+  CKString f("report.TXT");
+  EXPECT_EQ(KStrRemoveEnd(f, ".txt"), 0);
+  EXPECT_EQ(KStrRemoveEnd(f, ".txt", TRUE), 1);
+  EXPECT_STREQ(f, "report");
+  EXPECT_EQ(KStrRemoveEnd(f, "longer than report"), 0);
+}
+
+TEST(KStr, ParseToSeparator) {
+  const char* rest = nullptr;
+  int found = -1;
+  EXPECT_STREQ(KStrParseToSeparator("key=value", '=', rest, &found), "key");
+  EXPECT_STREQ(rest, "value");
+  EXPECT_EQ(found, 1);
+  EXPECT_STREQ(KStrParseToSeparator("=x", '=', rest, &found), "");
+  EXPECT_STREQ(rest, "x");
+  EXPECT_EQ(found, 1);
+  EXPECT_STREQ(KStrParseToSeparator("abc", '=', rest, &found), "abc");
+  EXPECT_STREQ(rest, "");
+  EXPECT_EQ(found, 0);
+  EXPECT_STREQ(KStrParseToSeparator("a=b", '\0', rest, &found), "");
+  EXPECT_EQ(found, 0);
+
+  // Walking fields through rest; the text form matches the whole separator.
+  std::string joined;
+  for (const char* p = "a: 1: 2"; *p;) joined += KStrParseToSeparator(p, ": ", p).GetString() + std::string("|");
+  EXPECT_EQ(joined, "a|1|2|");
+}
+
+TEST(KStr, ParseRuns) {
+  CKList l;
+  l.Add("stale");
+  EXPECT_EQ(KStrParse(&l, " a  b ", " "), 0);
+  EXPECT_EQ(l.Count(), 0);
+  EXPECT_EQ(KStrParse(&l, "a  b ", " "), 2);
+  EXPECT_EQ(Items(l), (VS{"a", "b"}));
+  EXPECT_EQ(KStrParse(&l, "a,b;;c", ",;"), 3);
+  EXPECT_EQ(Items(l), (VS{"a", "b", "c"}));
+  EXPECT_EQ(KStrParse(nullptr, "a,b;;c", ",;"), 3);
+  EXPECT_EQ(KStrParse(&l, "a b", nullptr), 1);  // count only
+  EXPECT_EQ(l.Count(), 0);
+
+  char buf[4];
+  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one  two three", " ", 1), "two");
+  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one  two three", " ", 2), "thr");
+  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one two", " ", 2), "");
+  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), " one", ' ', 0), "");
+  EXPECT_STREQ(KStrParseNth("a;b;;c", ';', 2), "c");
+  EXPECT_STREQ(KStrParseNth("a;b", ";", -1), "");
+}
+
+TEST(KStr, ParseFields) {
+  CKList l;
+  EXPECT_EQ(KStrParse(&l, "a;;b;", ';', 0), 4);
+  EXPECT_EQ(Items(l), (VS{"a", "", "b", ""}));
+  EXPECT_EQ(KStrParse(&l, "a,,b", ','), 3);
+  EXPECT_EQ(KStrParse(&l, "a,", ','), 2);
+  EXPECT_EQ(Items(l), (VS{"a", ""}));
+  EXPECT_EQ(KStrParse(&l, " a b ,\tc\r\n", ',', KSTR_PARSE_TRIM | KSTR_PARSE_UPCASE), 2);
+  EXPECT_EQ(Items(l), (VS{"A B", "C"}));
+  EXPECT_EQ(KStrParse(&l, " x ", ',', KSTR_PARSE_UPCASE), 1);
+  EXPECT_EQ(Items(l), (VS{" X "}));
+  EXPECT_EQ(KStrParse(nullptr, ";;", ';'), 3);
+  EXPECT_EQ(KStrParse(&l, "", ';'), 0);
+  EXPECT_EQ(l.Count(), 0);
+}
+
+TEST(KStr, Lines) {
+  CKList l;
+  EXPECT_EQ(KStrTextToList(&l, "a\r\nb"), 2);
+  EXPECT_EQ(Items(l), (VS{"a", "b"}));
+  EXPECT_EQ(KStrTextToList(&l, "a\n\rb"), 3);
+  EXPECT_EQ(Items(l), (VS{"a", "", "b"}));
+  EXPECT_EQ(KStrTextToList(&l, "a\n"), 2);
+  EXPECT_EQ(Items(l), (VS{"a", ""}));
+  EXPECT_EQ(KStrTextToList(nullptr, "x\ny\rz"), 3);
+  EXPECT_EQ(KStrTextToList(&l, ""), 0);
+
+  EXPECT_EQ(KStrTextToWords(&l, "  cp \"my file\"\tdest\n\"open"), 4);
+  EXPECT_EQ(Items(l), (VS{"cp", "my file", "dest", "open"}));
+  EXPECT_EQ(KStrTextToWords(&l, "\"\" x"), 2);
+  EXPECT_EQ(Items(l), (VS{"", "x"}));
+  EXPECT_EQ(KStrTextToWords(nullptr, " \t "), 0);
+}
+
+TEST(KStr, Shaping) {
+  EXPECT_STREQ(KTrim(" \t a b\r\n"), "a b");
+  EXPECT_STREQ(KTrim(" \n "), "");
+  EXPECT_STREQ(KTrim("\va\v"), "\va\v");  // only space, tab, CR and LF
+
+  EXPECT_STREQ(KStrPad("42", 5, '0', TRUE), "00042");
+  EXPECT_STREQ(KStrPad("ab", 4), "ab  ");
+  EXPECT_STREQ(KStrPad("abcdef", 4), "abcdef");
+
+  EXPECT_STREQ(KStrSmart("hello world", 20), "hello world");
+  EXPECT_STREQ(KStrSmart("hello world foo", 10), "hello...");
+  EXPECT_STREQ(KStrSmart("abcdefghijkl", 8), "abcde...");
+  EXPECT_STREQ(KStrSmart("abcdef", 3), "abc");
+
+  EXPECT_STREQ(KStrSize(1023), "1023 B");
+  EXPECT_STREQ(KStrSize(1024), "1.0 KB");
+  EXPECT_STREQ(KStrSize(1536), "1.5 KB");
+  EXPECT_STREQ(KStrSize(10 * 1024 + 300), "10 KB");
+  EXPECT_STREQ(KStrSize(1024 * 1024 - 1), "1.0 MB");  // rounding moves up a unit
+  EXPECT_STREQ(KStrSize(~0ULL), "16 EB");
+  EXPECT_STREQ(KStrBytesPerSec(3 * 1024 * 1024, 2000), "1.5 MB/s");
+  EXPECT_STREQ(KStrBytesPerSec(500, 1000), "500 B/s");
+  EXPECT_STREQ(KStrBytesPerSec(2, 0), "2.0 KB/s");  // 0 ms counts as 1 ms
+}
+
+TEST(KStr, CLiterals) {
+  const char* szText = "a\"b\\c\n\t\r\x01\x7f" "9\xe9";
+  CKString lit = KStr2Cstr(szText);
+  EXPECT_STREQ(lit, "\"a\\\"b\\\\c\\n\\t\\r\\001\\1779\xe9\"");
+  CKString back;
+  const char* p = lit;
+  ASSERT_EQ(KStrConsumeCstr(p, back), 1);
+  EXPECT_STREQ(back, szText);
+  EXPECT_EQ(*p, 0);
+
+  const char* q = "  \"x\\x41\\101\\q\" rest";
+  ASSERT_EQ(KStrConsumeCstr(q, back), 1);
+  EXPECT_STREQ(back, "xAAq");
+  EXPECT_STREQ(q, " rest");
+
+  for (const char* bad : {"abc", "\"open", "\"a\\0b\"", "\"\\x\"", "\"\\777\"", "\"end\\"}) {
+    const char* r = bad;
+    EXPECT_EQ(KStrConsumeCstr(r, back), 0) << bad;
+    EXPECT_EQ(r, bad);
+    EXPECT_EQ(back.GetLength(), 0u);
+  }
+  EXPECT_STREQ(KStr2Cstr(nullptr), "\"\"");
+}
+
+TEST(KStr, KeyValueAndHttp) {
+  CKString k, v;
+  EXPECT_EQ(KStrParseKeyValue("  name = \" a b \" ", k, v), 1);
+  EXPECT_STREQ(k, "name");
+  EXPECT_STREQ(v, " a b ");
+  EXPECT_EQ(KStrParseKeyValue("=x", k, v), 0);
+  EXPECT_STREQ(v, "x");
+  EXPECT_EQ(KStrParseKeyValue(" lonely ", k, v), 0);
+  EXPECT_STREQ(k, "lonely");
+  EXPECT_EQ(v.GetLength(), 0u);
+  EXPECT_EQ(KStrParseKeyValue("a:b=c", k, v, ':'), 1);
+  EXPECT_STREQ(v, "b=c");
+
+  EXPECT_STREQ(KHttpDecode("a+b%20c%2fd%41"), "a b c/dA");
+  EXPECT_STREQ(KHttpDecode("100%"), "100%");
+  EXPECT_STREQ(KHttpDecode("%zz%4"), "%zz%4");
+  EXPECT_STREQ(KHttpDecode("a%00b"), "a%00b");
+}
+
+TEST(KStr, Files) {
+  LogCatcher log;
+  const std::string strFile = TempPath("roundtrip.txt");
+  const char* szText = "a=1\r\nb=\xe9t\xe9\r\n\r\n";
+  ASSERT_EQ(KStrTextToFile(strFile.c_str(), szText), TRUE);
+  CKString back;
+  ASSERT_EQ(KStrFileToText(strFile.c_str(), back), TRUE);
+  EXPECT_STREQ(back, szText);  // binary: line ends kept as written
+  ASSERT_EQ(KStrTextToFile(strFile.c_str(), "x", TRUE), TRUE);
+  ASSERT_EQ(KStrFileToText(strFile.c_str(), back), TRUE);
+  EXPECT_EQ(std::string(back), std::string(szText) + "x");
+
+  // A text larger than one read chunk, replaced and read back.
+  std::string big(200000, 'z');
+  for (size_t i = 0; i < big.size(); i += 1000) big.replace(i, 3, "abc");
+  ASSERT_EQ(KStrTextToFile(strFile.c_str(), big.c_str()), TRUE);
+  EXPECT_EQ(KFileStrFindReplace(strFile.c_str(), "abc", "<>"), 200);
+  ASSERT_EQ(KStrFileToText(strFile.c_str(), back), TRUE);
+  std::string expect = big;
+  for (size_t i = 0; (i = expect.find("abc", i)) != std::string::npos; i += 2) expect.replace(i, 3, "<>");
+  EXPECT_EQ(std::string(back), expect);
+  EXPECT_EQ(KFileStrFindReplace(strFile.c_str(), "none", "x"), 0);
+  ASSERT_EQ(KStrTextToFile(strFile.c_str(), "aaaa"), TRUE);
+  EXPECT_EQ(KFileStrFindReplace(strFile.c_str(), "aa", "a"), 2);  // no rescan of inserted text
+  ASSERT_EQ(KStrFileToText(strFile.c_str(), back), TRUE);
+  EXPECT_STREQ(back, "aa");
+
+  ASSERT_EQ(KStrTextToFile(strFile.c_str(), ""), TRUE);
+  ASSERT_EQ(KStrFileToText(strFile.c_str(), back), TRUE);
+  EXPECT_TRUE(back.IsEmpty());
+  std::remove(strFile.c_str());
+
+  EXPECT_TRUE(log.m_lines.empty());
+  const std::string strMissing = TempPath("no_such_dir/none.txt");
+  back = "old";
+  EXPECT_EQ(KStrFileToText(strMissing.c_str(), back), FALSE);
+  EXPECT_EQ(back.GetLength(), 0u);
+  EXPECT_EQ(KStrTextToFile(strMissing.c_str(), "x"), FALSE);
+  EXPECT_EQ(KFileStrFindReplace(strMissing.c_str(), "a", "b"), -1);
+  ASSERT_EQ(log.m_lines.size(), 3u);
+  EXPECT_EQ(log.m_lines[0], "KStrFileToText: cannot open file " + strMissing);
+  EXPECT_EQ(log.m_types[0], 8);
+  EXPECT_EQ(KStrTextToFile(nullptr, "x"), FALSE);
+  EXPECT_NE(log.m_lines.back().find("Assertion failed (!KIsEmpty(szFile)) in src/KStr"),
+            std::string::npos);
+}

@@ -1,0 +1,263 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <base/tools/KSync.h>
+#include <base/tools/KTools.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Collects log lines and debugger output while installed.
+struct CaptureTools : CKTools {
+  CaptureTools() { KToolsInit(this); }
+  ~CaptureTools() override { KToolsInit(nullptr); }
+  void Log(const char* s, int) override { Add(log, s); }
+  void DebugOutput(const char* s) override { Add(debug, s); }
+  void Add(std::vector<std::string>& v, const char* s) {
+    std::lock_guard<std::mutex> g(mutex);
+    v.push_back(s);
+  }
+  std::mutex mutex;
+  std::vector<std::string> log, debug;
+};
+
+struct RotProbe : CKRot {
+  using CKRot::GetFirstPos;
+  using CKRot::GetNext;
+  using CKRot::GetNextKey;
+};
+
+bool Blocked(std::future<void>& f) { return f.wait_for(50ms) == std::future_status::timeout; }
+
+}  // namespace
+
+TEST(KSync, CriticalSectionExcludesAndKeepsAFlagNotACount) {
+  CKCriticalSection cs;
+  int n = 0;
+  auto work = [&] {
+    for (int i = 0; i < 20000; ++i) {
+      CKCriticalSectionLock g(&cs, TRUE);
+      ++n;
+    }
+  };
+  std::thread a(work), b(work);
+  a.join();
+  b.join();
+  EXPECT_EQ(40000, n);
+  EXPECT_FALSE(cs.IsLocked());
+
+  // Two Locks, two Unlocks: the second finds the flag clear, so the section
+  // stays entered once and another thread cannot get in.
+  cs.Lock();
+  cs.Lock();
+  EXPECT_TRUE(cs.Unlock());
+  EXPECT_FALSE(TKCriticalSectionIsLocked(&cs));
+  EXPECT_TRUE(cs.Unlock());
+  std::promise<void> got;
+  std::future<void> f = got.get_future();
+  std::thread t([&] {
+    CKCriticalSectionLock g(&cs);
+    got.set_value();
+  });
+  EXPECT_TRUE(Blocked(f));
+  // A copy shares the section and the flag, so two flagged Unlocks leave twice.
+  cs.Lock();
+  {
+    CKCriticalSection copy;
+    copy = cs;
+    EXPECT_TRUE(copy.IsLocked());
+    copy.Unlock();
+  }
+  cs.Unlock();
+  f.wait();
+  t.join();
+
+  CKCriticalSectionLock none(nullptr, TRUE);
+  EXPECT_FALSE(none.IsLocked());
+  CKCriticalSectionLock g(&cs, FALSE);
+  g.Lock();
+  EXPECT_TRUE(g.IsLocked() && cs.IsLocked());
+  g.Unlock();
+  EXPECT_FALSE(g.IsLocked() || cs.IsLocked());
+}
+
+TEST(KSync, WaitableSectionWaitBudget) {
+  CKWaitableSection ws;
+  unsigned long dw = 0;
+  EXPECT_FALSE(ws.Wait(dw));
+  dw = 20;
+  EXPECT_FALSE(ws.Wait(dw));
+  EXPECT_EQ(20ul, dw);  // a time-out leaves the budget alone
+  ws.Lock(FALSE);
+  ws.Unlock(TRUE);  // free-wait sets the event
+  dw = INFINITE;
+  EXPECT_TRUE(ws.Wait(dw));
+  EXPECT_EQ((unsigned long)INFINITE, dw);
+  ws.Lock(TRUE);  // reset-wait
+  ws.Unlock(FALSE);
+  dw = 10;
+  EXPECT_FALSE(ws.Wait(dw));
+
+  // A successful wait takes the time spent out of the budget.
+  std::promise<void> never;
+  std::thread setter([&] {
+    never.get_future().wait_for(40ms);
+    ws.FreeWait();
+  });
+  auto t0 = std::chrono::steady_clock::now();
+  dw = 5000;
+  EXPECT_TRUE(ws.Wait(dw));
+  auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                std::chrono::steady_clock::now() - t0).count();
+  setter.join();
+  EXPECT_LE(dw, 5000ul - 30);
+  EXPECT_GE(dw + 2, 5000ul - (unsigned long)ms);
+}
+
+TEST(KSync, SharedAndExclusiveLocks) {
+  CaptureTools tools;
+  CKSharedWS sws;
+  CKLockSWS r1(&sws, FALSE, INFINITE), r2(&sws, FALSE, INFINITE);
+  EXPECT_EQ(2, sws.m_nStatus);
+  EXPECT_FALSE(CKLockSWS(&sws, TRUE, 0).IsLocked());
+  EXPECT_EQ(std::vector<std::string>{
+                "####################### Wait LogNum Status timeout - exclusive, status = 2"},
+            tools.debug);
+
+  // An exclusive holder waits for both shared holders.
+  std::promise<void> got;
+  std::future<void> f = got.get_future();
+  std::thread t([&] {
+    CKLockSWS w(&sws, TRUE, INFINITE);
+    if (w.IsLocked()) got.set_value();
+  });
+  EXPECT_TRUE(Blocked(f));
+  EXPECT_TRUE(r1.Unlock());
+  EXPECT_TRUE(Blocked(f));
+  EXPECT_TRUE(r2.Unlock());
+  f.wait();
+  t.join();
+  EXPECT_EQ(0, sws.m_nStatus);
+  EXPECT_TRUE(r1.Unlock());  // not locked: nothing changes
+  EXPECT_EQ(0, sws.m_nStatus);
+
+  CKLockSWS w(&sws, TRUE);
+  EXPECT_FALSE(w.IsLocked());
+  EXPECT_TRUE(w.Lock(0));
+  EXPECT_TRUE(w.Lock(0));  // already held
+  EXPECT_EQ(-1, sws.m_nStatus);
+  CKLockSWS r(&sws, FALSE, 0);
+  EXPECT_FALSE(r.IsLocked());
+  EXPECT_EQ("####################### Wait LogNum Status timeout - non-exclusive, status = -1",
+            tools.debug.back());
+  r.SetLocked(TRUE);  // claims a hold it does not have: the mismatch is reported
+  EXPECT_FALSE(r.Unlock());
+  EXPECT_TRUE(w.Unlock());
+  EXPECT_EQ(0, sws.m_nStatus);
+
+  CKLockSWS none(nullptr, TRUE, 0);
+  EXPECT_TRUE(none.IsLocked());
+  EXPECT_FALSE(none.Unlock());
+  ASSERT_EQ(1u, tools.log.size());
+  EXPECT_EQ(0u, tools.log[0].find("Assertion failed (pSWS != NULL) in src/KTools on line "));
+}
+
+TEST(KSync, RotRegistryAndReferences) {
+  CaptureTools tools;
+  CKRot* rot = KRot();
+  CObject* pFound = nullptr;
+  EXPECT_FALSE(rot->Register("", nullptr, 0));
+  EXPECT_FALSE(rot->Register(nullptr, nullptr, 0));
+
+  CReffedObject* pA = new CReffedObject;
+  CReffedObject* pB = new CReffedObject;
+  EXPECT_TRUE(rot->Register("t.a", pA, 0, &pFound, TRUE));
+  EXPECT_EQ(pA, pFound);
+  EXPECT_EQ(2, pA->GetRefCount());
+  // A taken key: the caller still gets a reference to the present object.
+  EXPECT_FALSE(rot->Register("t.a", pB, 0, &pFound, TRUE));
+  EXPECT_EQ(pA, pFound);
+  EXPECT_EQ(3, pA->GetRefCount());
+  EXPECT_EQ(1, pB->GetRefCount());
+  EXPECT_EQ(pA, rot->GetObject("t.a", TRUE));
+  EXPECT_STREQ("t.a", rot->GetKey(pA));
+  EXPECT_TRUE(rot->ExistBeginKey("t."));
+  EXPECT_FALSE(rot->ExistBeginKey("t.b"));
+  rot->Unregister(static_cast<CObject*>(pA));
+  EXPECT_FALSE(rot->ExistKey("t.a"));
+  EXPECT_EQ(3, pA->Release());
+  pA->Release();
+  pA->Release();
+  EXPECT_EQ(0, pA->Release());  // deleted
+  EXPECT_EQ(0, pB->Release());
+
+  CWnd wnd;
+  CView view;
+  EXPECT_TRUE(rot->Register("t.wnd", &wnd, 0));
+  EXPECT_TRUE(rot->Register("t.view", &view, 0));
+  EXPECT_EQ(nullptr, rot->GetView("t.wnd"));
+  EXPECT_EQ(&view, rot->GetWnd("t.view"));
+  EXPECT_EQ(nullptr, rot->GetPtr("t.wnd"));
+  EXPECT_FALSE(rot->Register("t.wnd", &view, 0, &pFound, TRUE));  // not counted
+  EXPECT_EQ(&wnd, pFound);
+  ASSERT_EQ(1u, tools.log.size());
+  EXPECT_EQ(0u, tools.log[0].find("Assertion failed (pReffedObj != NULL) in src/KTools on line "));
+  rot->Unregister("t.wnd");
+  rot->Unregister("t.view");
+
+  // Raw pointers live in holders that the table owns.
+  int x = 0, y = 0;
+  void* pPtr = nullptr;
+  rot->RegisterPtr("t.p", &x, 0, &pPtr);
+  EXPECT_EQ(&x, pPtr);
+  rot->RegisterPtr("t.p", &y, 0, &pPtr);
+  EXPECT_EQ(&x, pPtr);
+  EXPECT_EQ(&x, rot->GetPtr("t.p"));
+  EXPECT_STREQ("t.p", rot->GetKeyPtr(&x));
+  EXPECT_STREQ("", rot->GetKeyPtr(&y));
+  rot->UnregisterPtr(&x);
+  EXPECT_FALSE(rot->ExistKey("t.p"));
+
+  RotProbe probe;
+  EXPECT_EQ(nullptr, probe.GetFirstPos());
+  probe.Register("b", &wnd, 0);
+  probe.Register("a", nullptr, 0);
+  probe.RegisterPtr("c", &x, 0);
+  std::string keys;
+  for (POSITION pos = probe.GetFirstPos(); pos;) keys += (const char*)probe.GetNextKey(pos);
+  EXPECT_EQ("abc", keys);
+  POSITION pos = probe.GetFirstPos();
+  EXPECT_EQ(nullptr, probe.GetNext(pos));
+  EXPECT_EQ(&wnd, probe.GetNext(pos));
+}
+
+TEST(KSync, RotLockAcrossThreads) {
+  CKRotLock held("t.lock", 0);
+  EXPECT_TRUE(held.IsLocked());
+  EXPECT_TRUE(KRot()->ExistKey("t.lock"));  // registered with a null object
+  std::promise<void> tried, got;
+  std::future<void> f = got.get_future();
+  std::thread t([&] {
+    EXPECT_FALSE(CKRotLock("t.lock", 0).IsLocked());
+    CKRotLock later;
+    EXPECT_FALSE(later.Lock("t.lock", 20));
+    tried.set_value();
+    EXPECT_TRUE(later.Lock("t.lock", INFINITE));
+    got.set_value();
+  });
+  tried.get_future().wait();
+  EXPECT_TRUE(Blocked(f));
+  held.Unlock();
+  EXPECT_FALSE(held.IsLocked());
+  f.wait();
+  t.join();
+  EXPECT_FALSE(KRot()->ExistKey("t.lock"));  // the thread's lock went with it
+  EXPECT_FALSE(held.Lock("", INFINITE));
+}

@@ -1,0 +1,245 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdio>
+#include <future>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <base/tools/KMessage.h>
+#include <base/tools/KSync.h>
+#include <base/tools/KThread.h>
+#include <base/tools/KTools.h>
+#include <lang/KLangList.h>
+
+namespace {
+
+struct CaptureTools : CKTools {
+  CaptureTools() { KToolsInit(this); }
+  ~CaptureTools() override { KToolsInit(nullptr); }
+  void Log(const char* s, int) override {
+    std::lock_guard<std::mutex> g(mutex);
+    lines.push_back(s);
+  }
+  std::mutex mutex;
+  std::vector<std::string> lines;
+};
+
+typedef std::vector<std::pair<WPARAM, LPARAM>> Notices;
+
+LRESULT NoticeProc(HWND, UINT nMsg, WPARAM wParam, LPARAM lParam, void* pContext) {
+  if (nMsg == KWM_THREAD_END) static_cast<Notices*>(pContext)->push_back({wParam, lParam});
+  return 0;
+}
+
+struct Seen {
+  std::string text;
+  std::promise<void> started;
+} g_seen;
+
+void Body(CKThread* pObj, long l1, long l2, const char* s1, const char* s2) {
+  char buf[64];
+  snprintf(buf, sizeof(buf), "%p %ld %ld %s|%s %c ", (void*)pObj, l1, l2, s1, s2, KLangGet());
+  g_seen.text = buf + std::string(KLangExtGet());
+  g_seen.started.set_value();
+  pObj->WaitStopping(INFINITE);
+}
+
+void Thrower(CKThread*, long, long, const char*, const char*) { throw std::runtime_error("boom"); }
+
+// A body that ignores the stop event: blocked in a wait, or spinning.
+struct Stubborn : CKThread {
+  Stubborn(HWND h, bool bSpin) : CKThread(h), m_bSpin(bSpin) { m_bAutoDelete = FALSE; }
+  void Func() override {
+    struct Mark {
+      std::atomic<bool>& b;
+      ~Mark() { b = true; }
+    } mark{m_bUnwound};
+    m_started.set_value();
+    while (m_bSpin) IsStopping();
+    unsigned long dw = INFINITE;
+    m_never.Wait(dw);
+    m_bReachedEnd = true;
+  }
+  bool m_bSpin;
+  std::promise<void> m_started;
+  std::atomic<bool> m_bUnwound{false}, m_bReachedEnd{false};
+  CKWaitableSection m_never;
+};
+
+struct SelfDeleting : CKThread {
+  explicit SelfDeleting(std::promise<void>* p) : m_pGone(p) {}
+  ~SelfDeleting() override { m_pGone->set_value(); }
+  std::promise<void>* m_pGone;
+};
+
+}  // namespace
+
+TEST(KThread, CallbackRunsUntilStopAndWaitAndNotifies) {
+  CaptureTools tools;
+  g_seen.started = std::promise<void>();
+  Notices notices;
+  HWND h = KMessageTargetCreate(NoticeProc, &notices);
+  KLangSetThreadLang('e');
+  KLangExtSetThreadLang("ext1");
+  CKThread th(h);
+  th.m_bAutoDelete = FALSE;
+  EXPECT_FALSE(th.IsRunning());
+  ASSERT_TRUE(th.Start(Body, &th, 7, -8, "one", nullptr));
+  g_seen.started.get_future().wait();
+  KLangSetThreadLang(0);
+  KLangExtSetThreadLang("");
+  char szExpect[160];
+  snprintf(szExpect, sizeof(szExpect), "%p 7 -8 one| e ext1", (void*)&th);
+  EXPECT_EQ(szExpect, g_seen.text);  // the starter's language went with it
+
+  EXPECT_TRUE(th.IsRunning());
+  EXPECT_FALSE(th.IsStopping());
+  snprintf(szExpect, sizeof(szExpect),
+           "IsRunning,m_pFunc=%08llX,m_lParam1=7,m_lParam2=-8,m_strParam1=one,m_bRunning=1,"
+           "m_bAutoDelete=0",
+           (unsigned long long)reinterpret_cast<uintptr_t>(&Body));
+  EXPECT_STREQ(szExpect, th.GetDisplay());
+  EXPECT_FALSE(th.Reset());  // alive: nothing changes
+  EXPECT_FALSE(th.Start());  // one thread per object
+  EXPECT_STREQ(szExpect, th.GetDisplay());
+  EXPECT_EQ(0, KMessagePump(h, 0));
+
+  th.StopAndWait(5);
+  EXPECT_FALSE(th.IsRunning());
+  EXPECT_TRUE(th.IsStopping());
+  EXPECT_EQ(1, KMessagePump(h, 0));
+  EXPECT_EQ(Notices{{(WPARAM)&th, 0}}, notices);
+
+  // Reset prepares another run, which is announced again.
+  EXPECT_TRUE(th.Reset());
+  EXPECT_FALSE(th.IsStopping());
+  g_seen.started = std::promise<void>();
+  ASSERT_TRUE(th.Start());
+  g_seen.started.get_future().wait();
+  EXPECT_EQ(' ', g_seen.text[g_seen.text.size() - 2]);  // language 0 now, no extension
+  th.Stop();
+  for (int i = 0; i < 100 && notices.size() < 2; ++i) KMessagePump(h, 100);
+  EXPECT_EQ(2u, notices.size());
+  th.StopAndWait(5);
+  EXPECT_EQ(0, KMessagePump(h, 0));
+  KMessageTargetDestroy(h);
+  EXPECT_EQ(std::vector<std::string>{"ERROR => CKThread::Start: the thread is still running"},
+            tools.lines);
+}
+
+TEST(KThread, ForcedTermination) {
+  Notices notices;
+  HWND h = KMessageTargetCreate(NoticeProc, &notices);
+  for (bool bSpin : {false, true}) {
+    Stubborn th(h, bSpin);
+    ASSERT_TRUE(th.Start());
+    th.m_started.get_future().wait();
+    th.StopAndWait(0);  // no grace: terminated at once
+    EXPECT_FALSE(th.IsRunning());
+    EXPECT_TRUE(th.m_bUnwound);  // the worker's stack was unwound
+    EXPECT_FALSE(th.m_bReachedEnd);
+    EXPECT_EQ(1, KMessagePump(h, 0));
+    EXPECT_EQ((WPARAM)&th, notices.back().first);
+    EXPECT_TRUE(th.HardDestroy());  // already over: no second notice
+    EXPECT_EQ(0, KMessagePump(h, 0));
+  }
+  KMessageTargetDestroy(h);
+}
+
+TEST(KThread, AutoDeleteAndErrors) {
+  std::promise<void> gone;
+  SelfDeleting* p = new SelfDeleting(&gone);
+  EXPECT_TRUE(p->m_bAutoDelete);
+  ASSERT_TRUE(p->Start());
+  gone.get_future().wait();  // the thread deleted its object
+
+  // An exception in the body ends the run with an error text, not the process.
+  CaptureTools tools;
+  CKThread bad;
+  bad.m_bAutoDelete = FALSE;
+  ASSERT_TRUE(bad.Start(Thrower, nullptr, 0, 0, nullptr, nullptr));
+  bad.Stop();
+  bad.StopAndWait(5);
+  EXPECT_STREQ("Exception in thread body: boom", bad.GetErrorMsg());
+  EXPECT_STREQ("IsStopping,m_pFunc=", CKString(bad.GetDisplay()).Left(19));
+  EXPECT_EQ(std::vector<std::string>{"ERROR => CKThread: Exception in thread body: boom"},
+            tools.lines);
+}
+
+TEST(KThread, Priorities) {
+  EXPECT_STREQ("ABOVE", KPriorityText(1));
+  EXPECT_STREQ("IDLE", KPriorityText(-15));
+  EXPECT_STREQ("<null>", KPriorityText(2147483647));
+  EXPECT_STREQ("THREAD_PRIORITY n 15", KPriorityText(15));
+  // Lowering is always allowed; raising again may be refused.
+  CaptureTools tools;
+  int bNormal = FALSE;
+  std::thread([&] {
+    EXPECT_TRUE(KThreadPrioritySetLowest());
+    EXPECT_TRUE(KThreadPrioritySetLowest());  // already there: no line
+    EXPECT_TRUE(KThreadPrioritySetIdle());
+    bNormal = KThreadPrioritySetNormal();
+  }).join();
+  std::vector<std::string> expected{"Priority Set Lowest", "Priority Set Idle",
+                                    bNormal ? "Priority Set Normal"
+                                            : "########################### CANNOT SET PRIORITY"};
+  EXPECT_EQ(expected, tools.lines);
+}
+
+TEST(KThread, TimerArithmetic) {
+  CKTimer t(FALSE);
+  EXPECT_TRUE(t.IsNull());
+  t.AddNanos(1500000000);
+  EXPECT_EQ(1500000000, t.ToNanos());
+  EXPECT_EQ(1500, t.ToMillis());
+  CKTimer half(FALSE);
+  half.AddNanos(500000000);
+  CKTimer d = t - half;
+  EXPECT_EQ(t.start, d.start);
+  EXPECT_EQ(1000000000, d.ToNanos());
+  d += half;
+  d /= 0;
+  EXPECT_EQ(1500000000, d.ToNanos());
+  d /= 3;
+  EXPECT_EQ(500000000, d.ToNanos());
+  EXPECT_TRUE(half < t && t > half && !(t < half));
+  EXPECT_STREQ("33.33%", half.PercentOf(t));
+  EXPECT_DOUBLE_EQ(3333 * 0.01, half.GetPercentOf(t));
+  CKTimer empty(FALSE);
+  EXPECT_STREQ("0%", t.PercentOf(empty));
+
+  // Whole seconds times 1000 is a 32-bit product: 25 days wrap.
+  CKTimer span(FALSE);
+  span.AddNanos(25LL * 86400 * 1000000000);
+  EXPECT_EQ(25LL * 86400 * 1000000000, span.ToNanos());
+  EXPECT_EQ((int32_t)(25u * 86400u * 1000u), span.ToMillis());
+  // Without bTop, InMillis converts the start reading itself.
+  CKTimer s(FALSE);
+  s.start = half.top;
+  EXPECT_EQ(500, s.InMillis(FALSE, FALSE));
+  EXPECT_EQ(500000000, half.InNanos(FALSE, TRUE));
+  EXPECT_TRUE(half.IsNull());
+
+  CKTimer m(FALSE);
+  m.AddNanos(1500000);
+  EXPECT_STREQ("1.500 ms", m.GetTextAbsolut(FALSE, TRUE, FALSE));
+  m.AddNanos(500000);
+  EXPECT_STREQ("2 ms", m.GetTextAbsolut(FALSE, TRUE, FALSE));
+  m.AddNanos(61001000000LL - 2000000);
+  EXPECT_STREQ("1 min 1 s 1 ms", m.GetTextAbsolut(FALSE, TRUE, FALSE));
+  EXPECT_STREQ("0 hours 0 min 0 s 500 ms", d.GetTextAbsolut(TRUE, TRUE, FALSE));
+
+  CKTimer c(t);
+  c.Reset();
+  EXPECT_TRUE(c.IsNull());
+  EXPECT_EQ(1500000000, t.ToNanos());
+  CaptureTools tools;
+  c.Trace2Reset("lbl");
+  ASSERT_EQ(1u, tools.lines.size());
+  EXPECT_EQ(0u, tools.lines[0].find("lbl : "));
+}
