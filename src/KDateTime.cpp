@@ -9,15 +9,12 @@
 #include <base/tools/KDateTime.h>
 
 #include <charconv>
-#include <chrono>
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <new>
 #include <string>
-#include <system_error>
 
 #include <base/tools/KDebug.h>
 #include <base/tools/KStr.h>
@@ -677,103 +674,31 @@ int KGetWeekEndDaysCount(const CKDateTime& from, const CKDateTime& to) {
 
 // ---------------------------------------------------------------- file times
 namespace {
-namespace fs = std::filesystem;
 
-// '*' and '?' as the system's file search reads them; "*.*" is everything.
-bool WildMatch(const char* p, const char* s) {
-  const char* pStar = nullptr;
-  const char* sStar = nullptr;
-  while (*s) {
-    if (*p == '?' || *p == *s) {
-      ++p;
-      ++s;
-    } else if (*p == '*') {
-      pStar = p++;
-      sStar = s;
-    } else if (pStar) {
-      p = pStar + 1;
-      s = ++sStar;
-    } else {
-      return false;
-    }
-  }
-  while (*p == '*') ++p;
-  return !*p || strcmp(p, ".*") == 0;
-}
-
-// Seconds to add to a file-clock reading to get a system-clock one. Clock
-// epochs differ by whole seconds, so rounding removes the time between the
-// two readings.
-long long FileClockOffset() {
-  using namespace std::chrono;
-  long long nSys = duration_cast<nanoseconds>(system_clock::now().time_since_epoch()).count();
-  long long nFile =
-      duration_cast<nanoseconds>(fs::file_time_type::clock::now().time_since_epoch()).count();
-  return FloorDiv(nSys - nFile + 500000000LL, 1000000000LL);
-}
-
-bool ToFileTime(fs::file_time_type tFile, FILETIME& ft) {
-  using namespace std::chrono;
-  long long nNs = duration_cast<nanoseconds>(tFile.time_since_epoch()).count();
-  long long nSecs = FloorDiv(nNs, 1000000000LL);
-  long long nFrac = nNs - nSecs * 1000000000LL;
-  // 11644473600 s from 1601 to 1970.
-  long long nFileSecs = nSecs + FileClockOffset() + 11644473600LL;
-  if (nFileSecs < 0 || nFileSecs > 0x7FFFFFFFFFFFFFFFLL / kTicksPerSecond - 1) return false;
-  unsigned long long n = (unsigned long long)nFileSecs * kTicksPerSecond + nFrac / 100;
+FILETIME ToFiletime(uint64_t n) {
+  FILETIME ft;
   ft.dwLowDateTime = (DWORD)(n & 0xFFFFFFFFu);
   ft.dwHighDateTime = (DWORD)(n >> 32);
-  return true;
+  return ft;
 }
 
-// Last-write time of the first entry matching szPath (wildcards allowed in
-// the last component; among several matches the smallest name comes first).
-bool FindWriteTime(const char* szPath, FILETIME& ft) {
-  std::error_code ec;
-  fs::path path(szPath);
-  std::string strName = path.filename().string();
-  if (strName.find_first_of("*?") == std::string::npos) {
-    fs::file_time_type t = fs::last_write_time(path, ec);
-    return !ec && ToFileTime(t, ft);
-  }
-  fs::path dir = path.parent_path();
-  if (dir.empty()) dir = ".";
-  fs::directory_iterator it(dir, ec), end;
-  std::string strBest;
-  bool bFound = false;
-  for (; !ec && it != end; it.increment(ec)) {
-    std::string s = it->path().filename().string();
-    if (WildMatch(strName.c_str(), s.c_str()) && (!bFound || s < strBest)) {
-      strBest = s;
-      bFound = true;
-    }
-  }
-  if (!bFound) return false;
-  fs::file_time_type t = fs::last_write_time(dir / strBest, ec);
-  return !ec && ToFileTime(t, ft);
-}
-
-CKDateTime FileTimeOrOleZero(const char* szPath, bool& bFound) {
-  FILETIME ft;
-  bFound = !KIsEmpty(szPath) && FindWriteTime(szPath, ft);
-  // Nothing found: OLE day 0, 30 December 1899 00:00:00.
-  return bFound ? CKDateTime(ft) : CKDateTime(COleDateTime(0.0));
-}
 }  // namespace
 
+// Nothing found gives OLE day 0, 30 December 1899 00:00:00.
 CKDateTime KFileTime(const char* szPath) {
-  bool bFound;
-  return FileTimeOrOleZero(szPath, bFound);
+  uint64_t nWrite = 0;
+  if (KIsEmpty(szPath) || !kplat::FindFileTimes(szPath, &nWrite, nullptr))
+    return CKDateTime(COleDateTime(0.0));
+  return CKDateTime(ToFiletime(nWrite));
 }
 
 CKDateTime KFileTime(const char* szPath, CKDateTime& creation) {
   creation.Empty();
-  bool bFound;
-  CKDateTime d = FileTimeOrOleZero(szPath, bFound);
-  // The portable file system interface has no creation time: the last write
-  // is the closest stand-in.
-  if (bFound) creation = d;
-  return d;
+  uint64_t nWrite = 0, nCreate = 0;
+  if (KIsEmpty(szPath) || !kplat::FindFileTimes(szPath, &nWrite, &nCreate))
+    return CKDateTime(COleDateTime(0.0));
+  creation = CKDateTime(ToFiletime(nCreate));
+  return CKDateTime(ToFiletime(nWrite));
 }
 
 // ---------------------------------------------------------------- durations

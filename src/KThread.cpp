@@ -58,6 +58,9 @@ void CKThread::ThreadEntry(void* pArg) {
   kplat::EventWait(pThis->m_pStartGate, 0xFFFFFFFFu);
   // There is no message loop: whatever InitInstance says, the thread ends.
   pThis->InitInstance();
+  // The body is over: a forced termination has nothing left to cut short,
+  // and must not strike inside the destructors that run from here.
+  kplat::ThreadSetCancelEnabled(false);
   pThis->ExitInstance();
   if (pThis->m_bAutoDelete) delete pThis;
 }

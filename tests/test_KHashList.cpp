@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -82,62 +83,32 @@ std::vector<std::string> Keys(const CMap& m) {
 
 }  // namespace
 
-TEST(KHashList, StringHashBucketsAndIterationOrder) {
+TEST(KHashList, StringHashBucketsAndCollisions) {
   EXPECT_EQ(CKHashList::HashString(""), 0u);
-  EXPECT_EQ(CKHashList::HashString("a"), 97u);
   EXPECT_EQ(CKHashList::HashString("ab"), 3299u);
-  EXPECT_EQ(CKHashList::HashString("\xE9"), (unsigned)-23);
-  EXPECT_EQ(CKHashList::HashString("a\xE9"), 97u * 33u - 23u);
+  EXPECT_EQ(CKHashList::HashString("a\xE9"), 97u * 33u - 23u);  // signed bytes
 
+  // "a" hashes to 97, "ab" to bucket 206, "!'" to 33 * 33 + 39 = 97 + 1031.
   CMap m;
   EXPECT_FALSE(m.HasTable());
-  m.Set("ab", new CCounted(1));  // bucket 206
-  m.Set("a", new CCounted(2));   // bucket 97
-  EXPECT_TRUE(m.HasTable());
+  m.Set("ab", new CCounted(1));
+  m.Set("a", new CCounted(2));
+  EXPECT_EQ(m.GetCollisions(), 0);
+  m.Set("!'", new CCounted(3));
   EXPECT_EQ(m.GetTableSize(), 1031u);
   EXPECT_EQ(m.GetAllocatedElements(), 256);
-  EXPECT_EQ(Keys(m), (std::vector<std::string>{"a", "ab"}));
-  EXPECT_EQ(m.GetAt(0)->n, 2);
-  EXPECT_EQ(m.GetCollisions(), 0);
-
-  KHashPos pos;
-  std::vector<std::string> walked;
-  for (int b = m.First(pos); b; b = m.Next(pos)) walked.push_back((const char*)CMap::KeyOf(pos));
-  EXPECT_EQ(walked, Keys(m));
-}
-
-TEST(KHashList, CollidingKeysChainMostRecentFirst) {
-  // Any key whose hash lands in the bucket of "a".
-  std::string strOther;
-  for (int c1 = 33; c1 < 127 && strOther.empty(); ++c1)
-    for (int c2 = 33; c2 < 127; ++c2) {
-      std::string s{(char)c1, (char)c2};
-      if (CKHashList::HashString(s.c_str()) % 1031 == 97) {
-        strOther = s;
-        break;
-      }
-    }
-  ASSERT_FALSE(strOther.empty());
-
-  CMap m;
-  m.Set("a", new CCounted(1));
-  m.Set(strOther.c_str(), new CCounted(2));
-  m.Set("b", new CCounted(3));  // bucket 98
   EXPECT_EQ(m.GetCollisions(), 1);
-  EXPECT_EQ(m.GetKeyAt(0), strOther.c_str());  // head of bucket 97
-  EXPECT_EQ(m.GetKeyAt(1), "a");
-  EXPECT_EQ(m.Get("a")->n, 1);
-  EXPECT_EQ(m.Get(strOther.c_str())->n, 2);
+  EXPECT_EQ(Keys(m), (std::vector<std::string>{"!'", "a", "ab"}));  // newest heads its chain
+  EXPECT_EQ(m.GetAt(1)->n, 2);
 
   m.Delete("a");  // tail of the chain
   EXPECT_EQ(m.Get("a"), nullptr);
-  EXPECT_EQ(m.Get(strOther.c_str())->n, 2);
+  EXPECT_EQ(m.Get("!'")->n, 3);
   m.Set("a", new CCounted(4));
-  m.Delete(strOther.c_str());  // head of the chain
+  m.Delete("!'");  // head of the chain
   EXPECT_EQ(m.Get("a")->n, 4);
-  EXPECT_EQ(m.Get(strOther.c_str()), nullptr);
-  EXPECT_EQ(m.GetCollisions(), 0);
-  EXPECT_EQ(m.Count(), 2u);
+  EXPECT_FALSE(m.Exist("!'"));
+  EXPECT_EQ(Keys(m), (std::vector<std::string>{"a", "ab"}));
 }
 
 TEST(KHashList, PoolRelocationKeepsChainsAndOrder) {
@@ -152,7 +123,9 @@ TEST(KHashList, PoolRelocationKeepsChainsAndOrder) {
   while ((nMoves < 4 || nKeys % 2) && nKeys < 2000) {
     ++nKeys;
     m.Set(P(nKeys), P(1000 + nKeys));
-    blockers.emplace_back(new char[24 * (nKeys < 400 ? nKeys : 400)]);
+    size_t nBlock = 24 * (size_t)(nKeys < 400 ? nKeys : 400);
+    blockers.emplace_back(new char[nBlock]);
+    memset(blockers.back().get(), 0xA5, nBlock);  // scribbles over a freed old pool
     void** pSlot = &m.Get(P(1), 0, nullptr);
     if (pFirstSlot && pSlot != pFirstSlot) ++nMoves;
     pFirstSlot = pSlot;
@@ -163,80 +136,56 @@ TEST(KHashList, PoolRelocationKeepsChainsAndOrder) {
   for (int k = 1; k <= nKeys; ++k) EXPECT_EQ(m.Get(P(k)), P(1000 + k)) << k;
 
   // Buckets in order, each from the most recent insertion back.
-  std::vector<uintptr_t> expected;
+  std::vector<uintptr_t> expected, byIndex, byCursor;
   for (unsigned b = 0; b < nTable; ++b)
     for (int k = nKeys; k >= 1; --k)
       if (k % nTable == b) expected.push_back(k);
-  std::vector<uintptr_t> byIndex, byCursor;
-  for (unsigned i = 0; i < m.Count(); ++i) {
-    byIndex.push_back((uintptr_t)m.GetKey(i));
-    EXPECT_EQ((uintptr_t)m.Get(i), 1000 + byIndex.back());
-  }
+  for (unsigned i = 0; i < m.Count(); ++i) byIndex.push_back((uintptr_t)m.GetKey(i));
   KHashPos pos;
   for (int b = m.First(pos); b; b = m.Next(pos)) byCursor.push_back((uintptr_t)pos.pElt->pKey);
   EXPECT_EQ(byIndex, expected);
   EXPECT_EQ(byCursor, expected);
+  EXPECT_EQ((uintptr_t)m.Get(5u), 1000 + expected[5]);
   EXPECT_EQ(m.GetCollisions(), nKeys - (int)nTable);
 
   // Deleted elements are recycled before the pool grows again.
   for (int k = 2; k <= nKeys; k += 2) m.Delete(P(k));
   EXPECT_EQ(m.m_nDestructed, nKeys / 2);
-  for (int k = 2; k <= nKeys; k += 2) m.Set(P(k + 1000), P(k));
+  for (int k = 2; k <= nKeys; k += 2) m.Set(P(k + 5000), P(k));
   EXPECT_EQ(m.GetAllocatedElements(), nKeys);
-  m.Set(P(5000), P(1));
-  EXPECT_EQ(m.GetAllocatedElements(), nKeys + 2);
-  for (int k = 1; k <= nKeys; k += 2) EXPECT_EQ(m.Get(P(k)), P(1000 + k));
-
-  // Deleting by index removes exactly the element that index names.
   void* pKey3 = m.GetKey(3u);
-  unsigned nBefore = m.Count();
   m.Delete(3u);
-  EXPECT_EQ(m.Count(), nBefore - 1);
   EXPECT_FALSE(m.Exist(pKey3));
 
   // A second InitHashTable rehashes instead of dropping the elements.
-  nBefore = m.Count();
   m.InitHashTable(101, 4);
-  EXPECT_EQ(m.Count(), nBefore);
-  EXPECT_EQ(m.GetTableSize(), 101u);
+  EXPECT_EQ(m.Count(), (unsigned)nKeys - 1);
   for (int k = 1; k <= nKeys; k += 2)
-    if (P(k) != pKey3) {
-      EXPECT_EQ(m.Get(P(k)), P(1000 + k));
-    }
+    EXPECT_EQ(m.Get(P(k)), P(k) == pKey3 ? nullptr : P(1000 + k));
 }
 
 TEST(KHashList, GetCreateDummyAndValueHooks) {
   CIntMap m;
   m.Delete(P(1));  // no table: nothing happens
-  EXPECT_FALSE(m.HasTable());
-
   int bFound = 7;
   void*& rMissing = m.Get(P(5), 0, &bFound);
   EXPECT_EQ(bFound, 0);
   EXPECT_EQ(rMissing, nullptr);
-  rMissing = P(123);
+  rMissing = P(123);  // lands in the dummy, not in the map
   EXPECT_EQ(m.Count(), 0u);
-  EXPECT_EQ(m.Get(P(5)), nullptr);
-  EXPECT_EQ(m.Get(P(6), 0, nullptr), nullptr);  // the dummy is zeroed again
+  EXPECT_EQ(m.Get(P(6), 0, nullptr), nullptr);
 
   void*& rNew = m.Get(P(5), 1, &bFound);
   EXPECT_EQ(bFound, 1);
   EXPECT_EQ(rNew, nullptr);
   rNew = P(77);
   EXPECT_EQ(m.Get(P(5), &bFound), P(77));
-  EXPECT_EQ(bFound, 1);
-  EXPECT_EQ(m.Get(P(9), &bFound), nullptr);
-  EXPECT_EQ(bFound, 0);
-
   m.Set(P(5), P(78));
-  ASSERT_FALSE(m.m_valueChanges.empty());
   EXPECT_EQ(m.m_valueChanges.back(), std::make_pair(P(77), P(78)));
   m.Delete(P(42));
-  EXPECT_EQ(m.Count(), 1u);
   EXPECT_EQ(m.m_nDestructed, 0);
   m.DeleteAll();
   EXPECT_EQ(m.m_nDestructed, 1);
-  EXPECT_EQ(m.Count(), 0u);
   EXPECT_EQ(m.GetAllocatedElements(), 0);
 }
 
@@ -245,22 +194,17 @@ TEST(KHashList, OwnershipCopyAndDetach) {
   {
     CMap m;
     for (int i = 0; i < 300; ++i) m.Set(("k" + std::to_string(i)).c_str(), new CCounted(i));
-    EXPECT_EQ(m.Count(), 300u);
     EXPECT_EQ(m.GetAllocatedElements(), 512);
 
     m.Set("k7", new CCounted(-7));  // old value deleted, stored key kept
+    m.Set("k8", m.Get("k8"));         // the same object again: kept
     EXPECT_EQ(CCounted::s_nLive, 300);
-    EXPECT_EQ(m.Get("k7")->n, -7);
-    CCounted* pSame = m.Get("k8");
-    m.Set("k8", pSame);  // storing the same object again must not free it
     EXPECT_EQ(m.Get("k8")->n, 8);
-    EXPECT_EQ(m.Count(), 300u);
 
     CMap copy(m);
     EXPECT_EQ(CCounted::s_nLive, 600);
     EXPECT_EQ(Keys(copy), Keys(m));
     EXPECT_NE(copy.Get("k1"), m.Get("k1"));
-    EXPECT_EQ(copy.Get("k299")->n, 299);
     const CMap& self = copy;
     copy = self;
     EXPECT_EQ(copy.Count(), 300u);
@@ -269,14 +213,11 @@ TEST(KHashList, OwnershipCopyAndDetach) {
     target.Set("old", new CCounted(1));
     m.Detach(target);
     EXPECT_EQ(CCounted::s_nLive, 600);  // "old" destroyed
-    EXPECT_EQ(target.Count(), 300u);
-    EXPECT_EQ(target.Get("old"), nullptr);
     EXPECT_EQ(target.Get("k7")->n, -7);
     EXPECT_EQ(m.Count(), 0u);
     EXPECT_FALSE(m.HasTable());
     EXPECT_EQ(m.GetTableSize(), 1031u);
     EXPECT_EQ(m.GetStep(), 256);
-    EXPECT_EQ(m.Get("k7"), nullptr);
     m.Set("again", new CCounted(0));  // a detached map is usable
 
     copy = target;
@@ -296,24 +237,16 @@ TEST(KHashList, StringToStringOwnsItsCopies) {
   m.Set("k", buf);
   buf[0] = 'X';
   EXPECT_EQ(m.Get("k"), "one");
-  m.Set("k", "two");
   m.Set("n", nullptr);
-  EXPECT_EQ(m.Count(), 2u);
-  EXPECT_EQ(m.Get("k"), "two");
-  EXPECT_TRUE(m.Exist("n"));
   EXPECT_EQ(m.Get("n", "dflt"), "");
   EXPECT_EQ(m.Get("absent", "dflt"), "dflt");
-  EXPECT_EQ(m.Get("absent"), "");
   CKString str("keep");
   EXPECT_FALSE(m.Get("absent", str));
   EXPECT_EQ(str, "keep");
-  EXPECT_TRUE(m.Get("k", str));
-  EXPECT_EQ(str, "two");
 
   CKHashStringToString copy(m);
-  m.Set("k", "three");
-  EXPECT_EQ(copy.Get("k"), "two");
-  EXPECT_EQ(m.GetKeyAt(0), copy.GetKeyAt(0));
+  m.Set("k", "two");
+  EXPECT_EQ(copy.Get("k"), "one");
   m.Delete("k");
   EXPECT_FALSE(m.Exist("k"));
   EXPECT_EQ(copy.Count(), 2u);

@@ -67,6 +67,13 @@ int ThreadGetPriority();
 // Random bytes from the operating system's source.
 bool RandomBytes(void* pBuffer, size_t nLen);
 
+// File search: the first entry matching szPattern (wildcards '*' and '?' in
+// the last component; "*.*" matches every name; among several matches the
+// smallest name). Gives its last-write and creation times as FILETIME ticks
+// (100 ns since 1601, UTC). Where the file system keeps no birth time the
+// creation time is the last status change. False when nothing matches.
+bool FindFileTimes(const char* szPattern, uint64_t* pWrite, uint64_t* pCreate);
+
 // Calendar conversions in the process's time zone.
 bool LocalTime(time_t t, struct tm* pTm);
 bool GmTime(time_t t, struct tm* pTm);

@@ -7,9 +7,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -293,6 +296,68 @@ bool RandomBytes(void* pBuffer, size_t nLen) {
     }
     p += n;
     nLen -= (size_t)n;
+  }
+  return true;
+}
+
+// ---------------------------------------------------------------- file search
+// '*' and '?' as the system's file search reads them; "*.*" is everything.
+static bool WildMatch(const char* p, const char* s) {
+  const char* pStar = nullptr;
+  const char* sStar = nullptr;
+  while (*s) {
+    if (*p == '?' || *p == *s) {
+      ++p;
+      ++s;
+    } else if (*p == '*') {
+      pStar = p++;
+      sStar = s;
+    } else if (pStar) {
+      p = pStar + 1;
+      s = ++sStar;
+    } else {
+      return false;
+    }
+  }
+  while (*p == '*') ++p;
+  return !*p || strcmp(p, ".*") == 0;
+}
+
+static uint64_t ToFileTicks(int64_t nSec, long nNsec) {
+  // 11644473600 s from 1601 to 1970; times before 1601 clamp to 0.
+  int64_t n = nSec + 11644473600LL;
+  if (n < 0) return 0;
+  return (uint64_t)n * 10000000u + (uint64_t)nNsec / 100u;
+}
+
+bool FindFileTimes(const char* szPattern, uint64_t* pWrite, uint64_t* pCreate) {
+  if (!szPattern || !*szPattern) return false;
+  std::string strPath(szPattern);
+  size_t nSlash = strPath.find_last_of('/');
+  std::string strDir = nSlash == std::string::npos ? "." : strPath.substr(0, nSlash ? nSlash : 1);
+  std::string strName = nSlash == std::string::npos ? strPath : strPath.substr(nSlash + 1);
+  if (strName.find_first_of("*?") != std::string::npos) {
+    DIR* d = opendir(strDir.c_str());
+    if (!d) return false;
+    std::string strBest;
+    bool bFound = false;
+    while (struct dirent* e = readdir(d)) {
+      if (WildMatch(strName.c_str(), e->d_name) && (!bFound || strBest > e->d_name)) {
+        strBest = e->d_name;
+        bFound = true;
+      }
+    }
+    closedir(d);
+    if (!bFound) return false;
+    strPath = (strDir == "/" ? "/" : strDir + "/") + strBest;
+  }
+  struct statx sx;
+  if (statx(AT_FDCWD, strPath.c_str(), 0, STATX_MTIME | STATX_BTIME | STATX_CTIME, &sx) != 0)
+    return false;
+  if (pWrite) *pWrite = ToFileTicks(sx.stx_mtime.tv_sec, (long)sx.stx_mtime.tv_nsec);
+  if (pCreate) {
+    const struct statx_timestamp& t = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime : sx.stx_ctime;
+    *pCreate = ToFileTicks(t.tv_sec, (long)t.tv_nsec);
   }
   return true;
 }

@@ -29,11 +29,15 @@ typedef void (*KThreadFunc)(CKThread* pObj, long lParam1, long lParam2, const ch
 // run, the queued message KWM_THREAD_END (3026) with the CKThread* as wParam
 // and 0 as lParam.
 //
-// Forced termination (HardDestroy, StopAndWait past its time) acts when the
-// worker next blocks in a library wait or sleep, or calls IsStopping; the
-// worker's stack is unwound (destructors run), the rest of the body and
-// ExitInstance are skipped, and an auto-deleting object is then left to its
-// owner. A body that never reaches such a point cannot be terminated.
+// Forced termination (HardDestroy, StopAndWait past its time) takes hold
+// when the worker next blocks in a wait or sleep (a cancellation point of
+// the system) or calls IsStopping/WaitStopping. The worker's stack is then
+// unwound (destructors run), the rest of the body and ExitInstance are
+// skipped, and an auto-deleting object is left to its owner to delete. A
+// body that never reaches such a point cannot be terminated, and one that
+// is cut short inside a destructor ends the process; a body should poll
+// IsStopping and return. A derived class with members used by its body
+// should call StopAndWait in its own destructor.
 class KELVOR_API CKThread {
 public:
   CKThread();

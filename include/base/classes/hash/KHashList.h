@@ -51,8 +51,9 @@ protected:
   virtual void CopyElement(void*& pKeyOut, void*& pValueOut, void* pKey, void* pValue) = 0;
 
 public:
-  // Deep copy through CopyElement; chains keep the source's order.
-  virtual CKHashList& operator=(const CKHashList& src);
+  // Deep copy through CopyElement (this map's, so src must be of the same
+  // subclass); chains keep the source's order.
+  CKHashList& operator=(const CKHashList& src);
 
   // Creates the bucket table (nTableSize buckets, pool step nPas). A map
   // that already has a table keeps its elements: they are rehashed into the

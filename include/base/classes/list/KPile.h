@@ -45,9 +45,10 @@ KELVOR_API void KPileInit(KPile* p);
 // than a step is idle). 1 on success, 0 on failure.
 KELVOR_API int KPileCheckSize(KPile* p);
 // Same for slots of nWidth bytes. Returns 1 on success, 0 when the heap call
-// counts as failed but the array is still usable (the size field holds what
-// it describes), -1 when growth failed and no larger block exists (the size
-// field then already holds the new value, the array is the old one).
+// counts as failed but the array matches the size field (a stale ENOMEM, or
+// a shrink of a record without array), -1 when growth found no block: the
+// size field then already holds the new value while the array is the old one,
+// so callers that store into the new slots put the size back first.
 KELVOR_API int KPileCheckSizeW(KPile* p, unsigned nWidth);
 // Bytes used by the record and its pointer slots.
 KELVOR_API int KPileSizeof(const KPile* p);
