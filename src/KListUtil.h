@@ -8,39 +8,19 @@
 
 #include <base/classes/list/KPile.h>
 #include <base/tools/KException.h>
+#include <base/tools/KStr.h>
 #include <base/tools/KString.h>
 
 namespace klist {
 
-// Byte case folding: the multibyte comparisons of the C locale.
-inline unsigned char Fold(unsigned char c) { return (c >= 'A' && c <= 'Z') ? (unsigned char)(c + 32) : c; }
-
 // At most n bytes, stopping at a zero byte; negative, 0 or positive.
 inline int NCompare(const char* a, const char* b, size_t n, int bNoCase) {
-  const unsigned char* x = (const unsigned char*)a;
-  const unsigned char* y = (const unsigned char*)b;
-  for (size_t i = 0; i < n; i++) {
-    unsigned char c1 = x[i], c2 = y[i];
-    if (bNoCase) {
-      c1 = Fold(c1);
-      c2 = Fold(c2);
-    }
-    if (c1 != c2) return c1 < c2 ? -1 : 1;
-    if (c1 == 0) return 0;
-  }
-  return 0;
+  return bNoCase ? KStrNICmp(a, b, (unsigned)n) : std::strncmp(a, b, n);
 }
 
 // Whole zero-terminated texts.
 inline int Compare(const char* a, const char* b, int bNoCase) {
-  if (!bNoCase) return std::strcmp(a, b);
-  const unsigned char* x = (const unsigned char*)a;
-  const unsigned char* y = (const unsigned char*)b;
-  for (;; x++, y++) {
-    const unsigned char c1 = Fold(*x), c2 = Fold(*y);
-    if (c1 != c2) return c1 < c2 ? -1 : 1;
-    if (c1 == 0) return 0;
-  }
+  return bNoCase ? KStrICmp(a, b) : std::strcmp(a, b);
 }
 
 // The element equality of Find: an empty searched text matches an empty

@@ -13,6 +13,7 @@
 #include <string>
 
 #include <base/tools/KException.h>
+#include <base/tools/KStr.h>
 
 namespace {
 
@@ -30,13 +31,6 @@ KStringData* NewBlock(uint32_t nCapacity) {
   p->nAllocLength = nCapacity;
   p->nRefs = 1;
   return p;
-}
-
-int StrICmp(const char* a, const char* b) {
-  for (;; ++a, ++b) {
-    int ca = tolower((unsigned char)*a), cb = tolower((unsigned char)*b);
-    if (ca != cb || ca == 0) return ca - cb;
-  }
 }
 
 bool IsWhite(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
@@ -281,7 +275,7 @@ CKString operator+(const CKString& a, const CString& b) {
 // ---------------------------------------------------------------- comparison
 int CKString::Compare(const char* s) const { return strcmp(m_pchData, s ? s : ""); }
 
-int CKString::CompareNoCase(const char* s) const { return StrICmp(m_pchData, s ? s : ""); }
+int CKString::CompareNoCase(const char* s) const { return KStrICmp(m_pchData, s ? s : ""); }
 
 bool CKString::operator==(char c) const { return GetLength() == 1 && m_pchData[0] == c; }
 
@@ -307,7 +301,7 @@ bool operator!=(const char* a, const CKString& b) { return !(b == a); }
 int KStrCompareLengthFirst(const CKString& a, const CKString& b, int bNoCase) {
   unsigned na = a.GetLength(), nb = b.GetLength();
   if (na != nb) return na < nb ? -1 : 1;
-  return bNoCase ? StrICmp(a, b) : strcmp(a, b);
+  return bNoCase ? KStrICmp(a, b) : strcmp(a, b);
 }
 
 // ---------------------------------------------------------------- buffer access
