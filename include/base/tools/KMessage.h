@@ -12,7 +12,7 @@
 
 enum {
   KWM_LOG = 3025,         // wParam = type, lParam = CKLogMsg* (the target deletes it)
-  KWM_THREAD_END = 3026,  // wParam = thread identifier, lParam = CKThread*
+  KWM_THREAD_END = 3026,  // wParam = CKThread*, lParam = 0
   KWM_LOG_CLEAR = 3061,   // wParam = type, lParam = 1
   KWM_LOG_SWITCH = 3062   // wParam = type, lParam = 0
 };
