@@ -133,7 +133,16 @@ void CKString::AssignCopy(uint32_t n, const char* p) {
 
 void CKString::Append(uint32_t n, const char* p) {
   if (n == 0) return;
-  uint32_t nLen = GetLength();
+  KStringData* d = GetData();
+  uint32_t nLen = d->nDataLength;
+  // Private block with room: the common case of a run of appends. (The empty
+  // representation has capacity 0 and never takes this path.)
+  if (d->nRefs == 1 && nLen + n < d->nAllocLength) {
+    memmove(m_pchData + nLen, p, n);
+    d->nDataLength = nLen + n;
+    m_pchData[nLen + n] = 0;
+    return;
+  }
   // p may lie inside our own block, which Reserve may move.
   if (p >= m_pchData && p <= m_pchData + nLen && !IsStaticEmpty()) {
     size_t nOff = (size_t)(p - m_pchData);
@@ -222,7 +231,13 @@ CKString& CKString::operator+=(const char* s) {
 }
 
 CKString& CKString::operator+=(char c) {
-  Append(1, &c);
+  KStringData* d = GetData();
+  if (d->nRefs == 1 && d->nDataLength + 1 < d->nAllocLength) {
+    m_pchData[d->nDataLength++] = c;
+    m_pchData[d->nDataLength] = 0;
+  } else {
+    Append(1, &c);
+  }
   return *this;
 }
 
@@ -236,7 +251,7 @@ void CKString::KConcatInPlace(unsigned n, const char* p) {
   Append(n, p);
 }
 
-void CKString::KConcatInPlace(char c) { Append(1, &c); }
+void CKString::KConcatInPlace(char c) { *this += c; }
 
 static CKString Concat(const char* a, uint32_t na, const char* b, uint32_t nb) {
   CKString s;
