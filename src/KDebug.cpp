@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <mutex>
 #include <string>
 
 #include <base/classes/list/KList.h>
@@ -25,11 +26,17 @@ namespace {
 std::atomic<int> g_nDefaultLogType{1};
 int g_nDbgCount = 0;
 
+// Set from one thread, read by every logging thread: the pair is read and
+// written together under its lock, and called outside it.
 struct DebugOutputHook {
+  std::mutex lock;
   KDebugOutputFunc pFunc = nullptr;
   void* pContext = nullptr;
 };
-DebugOutputHook g_debugHook;
+DebugOutputHook& DebugHook() {
+  static DebugOutputHook* p = new DebugOutputHook;  // outlives static destructors
+  return *p;
+}
 
 CKTools& DefaultTools() {
   static CKTools tools;
@@ -48,8 +55,10 @@ CKTools* KTools() {
 void KToolsInit(CKTools* p) { g_pTools.store(p, std::memory_order_release); }
 
 void KSetDebugOutput(KDebugOutputFunc pFunc, void* pContext) {
-  g_debugHook.pContext = pContext;
-  g_debugHook.pFunc = pFunc;
+  DebugOutputHook& h = DebugHook();
+  std::lock_guard<std::mutex> g(h.lock);
+  h.pFunc = pFunc;
+  h.pContext = pContext;
 }
 
 CKTools::CKTools()
@@ -121,8 +130,16 @@ void CKTools::Status(const char* szText, const char* /*szText2*/, int /*n*/) {
 
 void CKTools::DebugOutput(const char* szText) {
   if (!szText) return;
-  if (g_debugHook.pFunc) {
-    g_debugHook.pFunc(szText, g_debugHook.pContext);
+  KDebugOutputFunc pFunc;
+  void* pContext;
+  {
+    DebugOutputHook& h = DebugHook();
+    std::lock_guard<std::mutex> g(h.lock);
+    pFunc = h.pFunc;
+    pContext = h.pContext;
+  }
+  if (pFunc) {
+    pFunc(szText, pContext);
     return;
   }
   if (m_nDebugMode) kplat::DebugWrite(szText);

@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <regex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -12,17 +11,16 @@
 
 #include <base/tools/KDebug.h>
 #include <base/tools/KMessage.h>
-#include <base/tools/KStr.h>
 #include <base/tools/KTools.h>
+
+#include "KTestLog.h"
 
 namespace {
 
-// Captures every line the log family hands to the sink.
-class CaptureTools : public CKTools {
+// Also records the status lines.
+class CStatusLog : public CKTestLog {
 public:
-  std::vector<std::pair<std::string, int>> lines;
   std::vector<std::string> status;
-  void Log(const char* szText, int nType) override { lines.emplace_back(szText, nType); }
   void Status(const char* a, const char* b, int n) override {
     status.push_back(std::string(a) + "|" + (b ? b : "") + "|" + std::to_string(n));
   }
@@ -30,18 +28,13 @@ public:
 
 class KDebugTest : public ::testing::Test {
 protected:
-  void SetUp() override {
-    KToolsInit(&tools);
+  KDebugTest() { Reset(); }
+  ~KDebugTest() override { Reset(); }
+  static void Reset() {
     KSetDefaultLogType(1);
     KDebugReset();
   }
-  void TearDown() override {
-    KToolsInit(nullptr);
-    KSetDefaultLogType(1);
-    KDebugReset();
-  }
-  std::string Last() const { return tools.lines.empty() ? "" : tools.lines.back().first; }
-  CaptureTools tools;
+  CStatusLog tools;
 };
 
 int g_nLine = 0;
@@ -61,62 +54,62 @@ void AssertReturn(int c, int elts) {
 
 TEST_F(KDebugTest, AssertionVariantsAreExact) {
   EXPECT_EQ(1, AssertContinue(0));
-  ASSERT_EQ(1u, tools.lines.size());
+  ASSERT_EQ(1u, tools.Count());
   EXPECT_EQ("Assertion failed (n>0) in tests/test_KDebug on line " + std::to_string(g_nLine) +
                 ". Continue...",
-            Last());
-  EXPECT_EQ(8, tools.lines.back().second);
+            tools.Last());
+  EXPECT_EQ(8, tools.LastType());
 
   EXPECT_EQ(-1, AssertReturnValue(-4));
   EXPECT_EQ("Assertion failed (nIndex>=0) in tests/test_KDebug on line " +
                 std::to_string(g_nLine) + ". Returning value...",
-            Last());
+            tools.Last());
 
   AssertReturn(5, 3);
   EXPECT_EQ("Assertion failed (c<=data.elts in include/base/classes/list/KPile on line 79. "
             "Returning",
-            Last());
+            tools.Last());
   AssertReturn(1, 3);
-  EXPECT_EQ(3u, tools.lines.size());
+  EXPECT_EQ(3u, tools.Count());
 
   // A disabled log reports nothing at all.
   tools.SetFlags(0);
   AssertContinue(0);
   KLog(8, "x");
-  EXPECT_EQ(3u, tools.lines.size());
+  EXPECT_EQ(3u, tools.Count());
 }
 
 TEST_F(KDebugTest, LogFamilyRoutesAndResolvesTypes) {
   KLog("plain");
-  EXPECT_EQ(1, tools.lines.back().second);
+  EXPECT_EQ(1, tools.LastType());
   KSetDefaultLogType(24);
   KLog(1, "resolved");
-  EXPECT_EQ(24, tools.lines.back().second);
+  EXPECT_EQ(24, tools.LastType());
   KLog("a", "b", "c");
-  EXPECT_EQ(24, tools.lines.back().second);
-  EXPECT_EQ("abc", Last());
+  EXPECT_EQ(24, tools.LastType());
+  EXPECT_EQ("abc", tools.Last());
   EXPECT_EQ(5, KLogType(5));
   EXPECT_EQ(24, KLogType(1));
   KLog(8, "a", nullptr, "b", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
        nullptr, nullptr, nullptr, nullptr, nullptr);
-  EXPECT_EQ("ab", Last());
-  EXPECT_EQ(8, tools.lines.back().second);
+  EXPECT_EQ("ab", tools.Last());
+  EXPECT_EQ(8, tools.LastType());
   KLog(10, "ERROR => ", "disk", " full");
-  EXPECT_EQ("ERROR => disk full", Last());
-  size_t n = tools.lines.size();
+  EXPECT_EQ("ERROR => disk full", tools.Last());
+  size_t n = tools.Count();
   KLog((const char*)nullptr);
   KLog(8, (const char*)nullptr);
-  EXPECT_EQ(n, tools.lines.size());
+  EXPECT_EQ(n, tools.Count());
 
   KLogText(8, "first\r\nsecond");
-  ASSERT_EQ(n + 2, tools.lines.size());
-  EXPECT_EQ("first", tools.lines[n].first);
-  EXPECT_EQ("second", tools.lines[n + 1].first);
+  ASSERT_EQ(n + 2, tools.Count());
+  EXPECT_EQ("first", tools.lines[n].text);
+  EXPECT_EQ("second", tools.lines[n + 1].text);
   EXPECT_EQ(1, KLogEnabled());
   tools.SetFlags(0);
   EXPECT_EQ(0, KLogEnabled());
   KLogText(8, "x\ny");
-  EXPECT_EQ(n + 2, tools.lines.size());
+  EXPECT_EQ(n + 2, tools.Count());
 
   // Status needs its own flag and a text.
   tools.SetFlags(KTOOLS_FLAG_LOG);
@@ -132,12 +125,10 @@ TEST_F(KDebugTest, LogFamilyRoutesAndResolvesTypes) {
 TEST_F(KDebugTest, LeakTracker) {
   int a, b, c;
   KDebugDisplay(nullptr);
-  ASSERT_EQ(3u, tools.lines.size());
-  EXPECT_EQ(std::string(41, '='), tools.lines[0].first);
-  EXPECT_EQ("=== No Leak", tools.lines[1].first);
-  EXPECT_EQ(std::string(41, '='), tools.lines[2].first);
+  const std::string strRule(41, '=');
+  EXPECT_EQ(tools.Texts(), (CKTestLog::Strings{strRule, "=== No Leak", strRule}));
 
-  tools.lines.clear();
+  tools.Clear();
   KDebugAlloc("CKObj", &a);
   KDebugAlloc("CKObj", &b);
   KDebugAlloc("CProp", &c);
@@ -150,30 +141,30 @@ TEST_F(KDebugTest, LeakTracker) {
     EXPECT_STREQ("CKObj", szName);
     seen.push_back(p);
   });
-  ASSERT_EQ(4u, tools.lines.size());
-  EXPECT_EQ("=== CKObj : 1 not released", tools.lines[1].first);
-  EXPECT_EQ("=== CNever : -1 not released", tools.lines[2].first);
+  EXPECT_EQ(tools.Texts(), (CKTestLog::Strings{strRule, "=== CKObj : 1 not released",
+                                                "=== CNever : -1 not released", strRule}));
   ASSERT_EQ(1u, seen.size());
   EXPECT_EQ(&b, seen[0]);
 }
 
 TEST_F(KDebugTest, DebugReportAndThrow) {
   KDbgReport("src/KObj", 77);
-  ASSERT_EQ(3u, tools.lines.size());
-  EXPECT_EQ(std::string(63, '#'), tools.lines[0].first);
-  EXPECT_TRUE(std::regex_match(
-      tools.lines[1].first,
-      std::regex(".+ : VBDLL Assertion in File = \"src/KObj\", at Line = 77")))
-      << tools.lines[1].first;
-  EXPECT_EQ(24, tools.lines[1].second);
+  ASSERT_EQ(3u, tools.Count());
+  EXPECT_EQ(std::string(63, '#'), tools.lines[0].text);
+  // The local date and time, then the place.
+  const std::string strTail = " : VBDLL Assertion in File = \"src/KObj\", at Line = 77";
+  const std::string& strReport = tools.lines[1].text;
+  EXPECT_TRUE(strReport.size() > strTail.size() &&
+              strReport.compare(strReport.size() - strTail.size(), strTail.size(), strTail) == 0)
+      << strReport;
+  EXPECT_EQ(24, tools.lines[1].type);
 
-  tools.lines.clear();
+  tools.Clear();
   EXPECT_THROW(KDbgThrow(), CNotSupportedException);
-  ASSERT_EQ(1u, tools.lines.size());
-  EXPECT_EQ("AfxThrowNotSupportedException()", Last());
-  tools.lines.clear();
+  EXPECT_EQ(tools.Texts(), CKTestLog::Strings{"AfxThrowNotSupportedException()"});
+  tools.Clear();
   EXPECT_THROW(KDbgAssert1(), CNotSupportedException);
-  EXPECT_NE(std::string::npos, tools.lines[1].first.find("\"src/KDebug\", at Line = 142"));
+  EXPECT_NE(std::string::npos, tools.lines[1].text.find("\"src/KDebug\", at Line = 142"));
 
   KDbgClear();
   KDbgInc();
@@ -275,18 +266,15 @@ TEST(KDebugSink, DebugOutputChannel) {
 }
 
 TEST(KDebugSink, StartupCheckReadsEnvironment) {
-  CaptureTools tools;
-  KToolsInit(&tools);
+  CKTestLog tools;
   unsetenv("KELVOR_DEBUG");
   tools.SetDebugMode(0);
   KDebugStartupCheck();
   EXPECT_EQ(0, tools.GetDebugMode());
-  ASSERT_EQ(1u, tools.lines.size());
-  EXPECT_EQ("Seeking for kelvor debug mode", tools.lines[0].first);
+  EXPECT_EQ(tools.Texts(), CKTestLog::Strings{"Seeking for kelvor debug mode"});
   setenv("KELVOR_DEBUG", "", 1);
   KDebugStartupCheck();
   EXPECT_EQ(1, tools.GetDebugMode());
-  EXPECT_EQ("Switching to kelvor debug mode", tools.lines.back().first);
+  EXPECT_EQ("Switching to kelvor debug mode", tools.Last());
   unsetenv("KELVOR_DEBUG");
-  KToolsInit(nullptr);
 }

@@ -1,39 +1,24 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include <base/classes/list/KList.h>
-#include <base/tools/KTools.h>
+
+#include "KTestLog.h"
 
 namespace {
-
-class CaptureTools : public CKTools {
-public:
-  std::vector<std::string> lines;
-  void Log(const char* szText, int nType) override {
-    if (nType == 8) lines.push_back(szText);
-  }
-};
 
 // Owns one fast-list storage and releases it once, as the contract asks.
 class FastListTest : public ::testing::Test {
 protected:
-  void SetUp() override {
-    tools.SetFlags(tools.GetFlags() | KTOOLS_FLAG_LOG);
-    KToolsInit(&tools);
-  }
-  void TearDown() override {
-    l.RealDeleteAll();
-    KToolsInit(nullptr);
-  }
+  void TearDown() override { l.RealDeleteAll(); }
   void Fill(std::initializer_list<const char*> items) {
     l.Empty();
     for (const char* s : items) l.Add(s);
   }
   std::string Text(const CKFastList& f) const { return std::string(f.ToString('|')); }
   void* Slot(int i) const { return l.PileGetData()[i]; }
-  CaptureTools tools;
+  CKTestLog tools;
   CKFastList l;
 };
 
@@ -57,10 +42,9 @@ TEST_F(FastListTest, ParksAndReusesObjects) {
   EXPECT_EQ("b", Text(l));
   l.Delete(1);
   l.Delete(-1);
-  ASSERT_EQ(2u, tools.lines.size());
-  EXPECT_EQ("Assertion failed (nIndex<data.elts&&nIndex>=0) in src/KFastList on line 90. "
-            "Continue...",
-            tools.lines[0]);
+  ASSERT_EQ(2u, tools.Count());
+  EXPECT_TRUE(CKTestLog::IsAssert(tools.lines[0].text, "nIndex<data.elts&&nIndex>=0",
+                                  "src/KFastList", CKTestLog::kContinue, 90));
   EXPECT_EQ(1, l.Count());
 
   // Growth keeps a free slot at the count; SetStep never shrinks.

@@ -11,7 +11,8 @@
 #include <base/classes/hash/KHashStringToPtr.h>
 #include <base/classes/hash/KHashStringToString.h>
 #include <base/tools/KException.h>
-#include <base/tools/KTools.h>
+
+#include "KTestLog.h"
 
 // The pool-growth failure test asks for a block the heap must refuse; the
 // sanitizer's allocator has to answer null instead of aborting.
@@ -27,21 +28,6 @@ extern "C" const char* __asan_default_options() { return "allocator_may_return_n
 #endif
 
 namespace {
-
-class CLogCapture : public CKTools {
-public:
-  CLogCapture() {
-    SetFlags(GetFlags() | KTOOLS_FLAG_LOG);
-    KToolsInit(this);
-  }
-  ~CLogCapture() override { KToolsInit(nullptr); }
-  void Log(const char* szText, int nType) override {
-    m_lines.push_back(szText ? szText : "");
-    m_types.push_back(nType);
-  }
-  std::vector<std::string> m_lines;
-  std::vector<int> m_types;
-};
 
 struct CCounted {
   static int s_nLive;
@@ -253,7 +239,7 @@ TEST(KHashList, StringToStringOwnsItsCopies) {
 }
 
 TEST(KHashList, PreconditionReports) {
-  CLogCapture log;
+  CKTestLog log;
   CMap m;
   m.InitHashTable(1, 2);
   m.InitHashTable(5, 1);
@@ -276,8 +262,8 @@ TEST(KHashList, PreconditionReports) {
       "Returning",
       "Assertion failed (nIndex<m_nCount) in src/KHashList on line 153. Returning value...",
   };
-  EXPECT_EQ(log.m_lines, expected);
-  for (int t : log.m_types) EXPECT_EQ(t, 8);
+  EXPECT_EQ(log.Texts(), expected);
+  EXPECT_EQ(log.Asserts(), expected);
 }
 
 TEST(KHashList, PoolGrowthFailureThrowsWithItsSite) {

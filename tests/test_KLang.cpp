@@ -7,18 +7,11 @@
 
 #include <base/classes/list/KList.h>
 #include <base/tools/KStr.h>
-#include <base/tools/KTools.h>
 #include <lang/KLangList.h>
 
-namespace {
+#include "KTestLog.h"
 
-class LogCatcher : public CKTools {
-public:
-  LogCatcher() { KToolsInit(this); }
-  ~LogCatcher() override { KToolsInit(nullptr); }
-  void Log(const char* szText, int) override { m_lines.push_back(szText); }
-  std::vector<std::string> m_lines;
-};
+namespace {
 
 // A table of languages given as code followed by its strings.
 CKLangList MakeTable(std::initializer_list<std::vector<const char*>> langs) {
@@ -65,11 +58,11 @@ TEST(KLang, TableKeepsOrderAndOwnsLists) {
   EXPECT_EQ(t.GetCode(2), 'F');  // a language added again goes last
   EXPECT_EQ(t.Get('F')->Count(), 0);
 
-  LogCatcher log;
+  CKTestLog log;
   EXPECT_EQ(t.Add('\0'), nullptr);
   EXPECT_EQ(t.Count(), 3);
-  ASSERT_EQ(log.m_lines.size(), 1u);
-  EXPECT_NE(log.m_lines[0].find("Assertion failed (cCode != 0) in src/KLang"), std::string::npos);
+  ASSERT_EQ(log.Count(), 1u);
+  EXPECT_TRUE(log.HasAssert("cCode != 0", "src/KLang", CKTestLog::kReturnValue));
 }
 
 TEST(KLang, CopyDetachAndCompare) {

@@ -1,30 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include <base/classes/list/KList.h>
 #include <base/tools/KStr.h>
-#include <base/tools/KTools.h>
+
+#include "KTestLog.h"
 
 namespace {
 
-class CaptureTools : public CKTools {
-public:
-  std::vector<std::string> lines;
-  void Log(const char* szText, int nType) override {
-    if (nType == 8) lines.push_back(szText);
-  }
-};
-
 class KListTest : public ::testing::Test {
 protected:
-  void SetUp() override {
-    tools.SetFlags(tools.GetFlags() | KTOOLS_FLAG_LOG);
-    KToolsInit(&tools);
-  }
-  void TearDown() override { KToolsInit(nullptr); }
-  CaptureTools tools;
+  CKTestLog tools;
 };
 
 CKList Make(std::initializer_list<const char*> items) {
@@ -126,8 +113,8 @@ TEST_F(KListTest, SetInsertDelete) {
   EXPECT_EQ("j|a|i|||d|k", Join(m));
   m.Delete(7);
   m.Delete(-1);  // passes the check, removes nothing
-  ASSERT_EQ(1u, tools.lines.size());
-  EXPECT_EQ("Assertion failed (nIndex<Count()) in src/KList on line 79. Continue...", tools.lines[0]);
+  ASSERT_EQ(1u, tools.Asserts().size());
+  EXPECT_EQ("Assertion failed (nIndex<Count()) in src/KList on line 79. Continue...", tools.Asserts()[0]);
   EXPECT_EQ(7, m.Count());
 
   m.SetCount(-5);
@@ -157,15 +144,15 @@ TEST_F(KListTest, UniquenessAndStripping) {
   l.Set(3, "x");
   l.RemoveDuplicates(FALSE);
   EXPECT_EQ("x|X|", Join(l));
-  ASSERT_EQ(2u, tools.lines.size());
-  EXPECT_EQ("Assertion failed (pStr2) in src/KList on line 251. Continue...", tools.lines[1]);
+  ASSERT_EQ(2u, tools.Asserts().size());
+  EXPECT_EQ("Assertion failed (pStr2) in src/KList on line 251. Continue...", tools.Asserts()[1]);
   l = CKList();
   l.Set(1, "a");
   l.Add("a");
   l.RemoveDuplicates(FALSE);
   EXPECT_EQ("|a", Join(l));
-  ASSERT_EQ(3u, tools.lines.size());
-  EXPECT_EQ("Assertion failed (pStr1) in src/KList on line 247. Continue...", tools.lines[2]);
+  ASSERT_EQ(3u, tools.Asserts().size());
+  EXPECT_EQ("Assertion failed (pStr1) in src/KList on line 247. Continue...", tools.Asserts()[2]);
 
   l = Make({" a ", "", "  ", "\tb", "c"});
   l.Set(6, "d");
@@ -236,8 +223,8 @@ TEST_F(KListTest, CircularListWraps) {
   delete (CKString*)c.PileGet(0);
   c.PileSetAt(0, nullptr);
   EXPECT_EQ(2, c.Add("f"));
-  ASSERT_EQ(1u, tools.lines.size());
-  EXPECT_EQ("Assertion failed (pStr) in src/KList on line 548. Continue...", tools.lines[0]);
+  ASSERT_EQ(1u, tools.Asserts().size());
+  EXPECT_EQ("Assertion failed (pStr) in src/KList on line 548. Continue...", tools.Asserts()[0]);
   EXPECT_EQ("c|e|f", Join(c));
 }
 

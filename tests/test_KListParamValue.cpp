@@ -11,24 +11,10 @@
 
 #include <base/tools/KListParamValue.h>
 #include <base/tools/KStr.h>
-#include <base/tools/KTools.h>
+
+#include "KTestLog.h"
 
 namespace {
-
-class CLogCapture : public CKTools {
-public:
-  CLogCapture() {
-    SetFlags(GetFlags() | KTOOLS_FLAG_LOG);
-    KToolsInit(this);
-  }
-  ~CLogCapture() override { KToolsInit(nullptr); }
-  void Log(const char* szText, int nType) override {
-    m_lines.push_back(szText ? szText : "");
-    m_types.push_back(nType);
-  }
-  std::vector<std::string> m_lines;
-  std::vector<int> m_types;
-};
 
 std::string S(const CKString& s) { return std::string(s.GetString(), s.GetLength()); }
 
@@ -89,17 +75,16 @@ TEST(KListParamValue, LookupsEditsAndBadIndexes) {
   EXPECT_EQ(copy.GetParam(0), "name");
 
   // Out-of-range indexes are reported and never let one list outgrow the other.
-  CLogCapture log;
+  CKTestLog log;
   copy.SetValue(7, "x");
   copy.SetParam(-1, "x");
   copy.Remove(9);
   EXPECT_EQ(copy.GetValue(7), "");
   EXPECT_EQ(copy.GetParamList().Count(), 7);
   EXPECT_EQ(copy.GetValueList().Count(), 7);
-  ASSERT_EQ(log.m_lines.size(), 4u);
-  EXPECT_EQ(log.m_lines[0].rfind(
-                "Assertion failed (nIndex>=0&&nIndex<Count() in src/KListParamValue on line ", 0),
-            0u);
+  ASSERT_EQ(log.Count(), 4u);
+  EXPECT_TRUE(CKTestLog::IsAssert(log.lines[0].text, "nIndex>=0&&nIndex<Count()",
+                                  "src/KListParamValue", CKTestLog::kReturn));
 }
 
 TEST(KListParamValue, OneLineTextForms) {
@@ -110,18 +95,16 @@ TEST(KListParamValue, OneLineTextForms) {
   EXPECT_EQ(l.ToString('=', ';'), "a=1;b=");
   EXPECT_EQ(l.ToString(": ", "\n"), "a: 1\nb: ");
 
-  l.FromString("a=1;b=2", '=', ';');
-  EXPECT_EQ(Dump(l), "a>1|b>2");
-  l.FromString("=1", '=', ';');
-  EXPECT_EQ(l.Count(), 0);
-  l.FromString("k=a=b;x=;y", '=', ';');  // a value runs to the next separator
-  EXPECT_EQ(Dump(l), "k>a=b|x>|y>");
-  l.FromString("a=1;=2;c=3", '=', ';');  // stops at the empty name
-  EXPECT_EQ(Dump(l), "a>1");
-  l.FromString("p=>x||q=>y z", "=>", "||");
-  EXPECT_EQ(Dump(l), "p>x|q>y z");
-  l.FromString("p=a&q=b", "=", "&", &Upper);
-  EXPECT_EQ(Dump(l), "p>A|q>B");
+  auto Parsed = [&l](auto... args) {
+    l.FromString(args...);
+    return Dump(l);
+  };
+  EXPECT_EQ(Parsed("a=1;b=2", '=', ';'), "a>1|b>2");
+  EXPECT_EQ(Parsed("=1", '=', ';'), "");
+  EXPECT_EQ(Parsed("k=a=b;x=;y", '=', ';'), "k>a=b|x>|y>");  // a value runs to the next separator
+  EXPECT_EQ(Parsed("a=1;=2;c=3", '=', ';'), "a>1");          // stops at the empty name
+  EXPECT_EQ(Parsed("p=>x||q=>y z", "=>", "||"), "p>x|q>y z");
+  EXPECT_EQ(Parsed("p=a&q=b", "=", "&", &Upper), "p>A|q>B");
   back.FromString(l.ToString('=', ';'), '=', ';');
   EXPECT_EQ(Dump(back), Dump(l));
 }
@@ -146,10 +129,10 @@ TEST(KListParamValue, SaveWritesCrLfLinesAndLoadReadsThemBack) {
   EXPECT_EQ(ReadBytes(strPath), "");
   std::remove(strPath.c_str());
 
-  CLogCapture log;
+  CKTestLog log;
   EXPECT_FALSE(l.Load(strPath.c_str()));
   EXPECT_EQ(l.Count(), 6);  // a failed load loses nothing
-  EXPECT_FALSE(log.m_lines.empty());
+  EXPECT_NE(0u, log.Count());
 }
 
 TEST(KListParamValue, AddListAndSorting) {
@@ -236,12 +219,12 @@ TEST(KListParamValueInt, CountingCopiesAndSorting) {
 }
 
 TEST(KListParamValueInt, SortedInsertionAndBinarySearch) {
-  CLogCapture log;
+  CKTestLog log;
   CKListParamValueInt l;
   const char* words[] = {"m", "c", "x", "a", "q", "e", "z", "b"};
   int n = 0;
   for (const char* w : words) l.InsertSorted(&kelvor_comp_func_string, w, n++);
-  EXPECT_TRUE(log.m_lines.empty());
+  EXPECT_EQ(0u, log.Count());
   for (int i = 1; i < l.Count(); ++i) EXPECT_LT(strcmp(l.GetParam(i - 1), l.GetParam(i)), 0);
   EXPECT_EQ(l.GetValue(l.Find("q")), 4);  // values follow their names
 
@@ -254,24 +237,20 @@ TEST(KListParamValueInt, SortedInsertionAndBinarySearch) {
 
   // A duplicate name breaks the strict order: reported, inserted anyway.
   l.InsertSorted(&kelvor_comp_func_string, "e", 99);
-  ASSERT_EQ(log.m_lines.size(), 1u);
-  // "Assertion failed (" cond ") in src/KListParamValue on line " N ". Continue..."
-  const std::string& line = log.m_lines[0];
-  EXPECT_EQ(line.rfind("Assertion failed ((*CompareFunction) (&pKey, &pKey2) < 0) in "
-                       "src/KListParamValue on line ", 0), 0u) << line;
-  EXPECT_EQ(line.size() - line.rfind(". Continue..."), 13u) << line;
-  EXPECT_EQ(log.m_types[0], 8);
+  ASSERT_EQ(log.Count(), 1u);
+  EXPECT_TRUE(log.HasAssert("(*CompareFunction) (&pKey, &pKey2) < 0", "src/KListParamValue"))
+      << log.Last();
   EXPECT_EQ(l.GetParam(l.Find("e") + 1), "e");
 
   // Between two equal names both neighbour checks fail, the next one first.
   CKListParamValueInt bad;
   bad.EnsureAddValue("b", 0);
   bad.EnsureAddValue("b", 0);
-  log.m_lines.clear();
+  log.Clear();
   bad.InsertSorted(&kelvor_comp_func_string, "b", 1);
-  ASSERT_EQ(log.m_lines.size(), 2u);
-  EXPECT_NE(log.m_lines[0].find(") < 0) in"), std::string::npos);
-  EXPECT_NE(log.m_lines[1].find(") > 0) in"), std::string::npos);
+  ASSERT_EQ(log.Count(), 2u);
+  EXPECT_NE(log.lines[0].text.find(") < 0) in"), std::string::npos);
+  EXPECT_NE(log.lines[1].text.find(") > 0) in"), std::string::npos);
 }
 
 TEST(KListParamParamValue, TriplesAndFlatLists) {
@@ -296,11 +275,11 @@ TEST(KListParamParamValue, TriplesAndFlatLists) {
   back.ToList(again);
   EXPECT_TRUE(again == flat);
 
-  CLogCapture log;
+  CKTestLog log;
   flat.DeleteLast();  // incomplete last triple
   back.FromList(flat);
   EXPECT_EQ(back.Count(), 4);
   EXPECT_EQ(back.GetParam2(3), "margin");
   EXPECT_EQ(back.GetValue(3), "");
-  EXPECT_EQ(log.m_lines.size(), 1u);
+  EXPECT_EQ(log.Count(), 1u);
 }

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,30 +9,16 @@
 #include <zlib.h>
 
 #include <base/tools/KMem.h>
-#include <base/tools/KTools.h>
+
+#include "KTestLog.h"
 
 namespace {
 
-// Collects every log line while alive.
-class LogCapture : public CKTools {
-public:
-  LogCapture() { KToolsInit(this); }
-  ~LogCapture() override { KToolsInit(nullptr); }
-  void Log(const char* s, int nType) override {
-    lines.push_back(s ? s : "");
-    types.push_back(nType);
-  }
-  // An assertion line for cond, at any line of src/KMem, with that ending.
-  bool Assert(const std::string& cond, const std::string& tail = ". Returning value...") const {
-    const std::string head = "Assertion failed (" + cond + ") in src/KMem on line ";
-    return std::any_of(lines.begin(), lines.end(), [&](const std::string& l) {
-      return l.compare(0, head.size(), head) == 0 && l.size() > head.size() + tail.size() &&
-             l.compare(l.size() - tail.size(), tail.size(), tail) == 0;
-    });
-  }
-  std::vector<std::string> lines;
-  std::vector<int> types;
-};
+// A report of a failed check on cond in src/KMem with that ending.
+bool Reported(const CKTestLog& log, const std::string& cond,
+              const char* szEnding = CKTestLog::kReturnValue) {
+  return log.HasAssert(cond, "src/KMem", szEnding);
+}
 
 // Allocation seam: refuses blocks of exactly g_nRefuse bytes while alive.
 size_t g_nRefuse = 0;
@@ -54,10 +39,10 @@ CKMem Filled(unsigned n, unsigned char c) {
 }  // namespace
 
 TEST(KMem, SizeLimitZeroFillAndShrinkClamp) {
-  LogCapture log;
+  CKTestLog log;
   CKMem m;
   EXPECT_EQ(0, m.SetSize(0x8000001));
-  EXPECT_TRUE(log.Assert("nSize<=KMEM_SIZE_MAX"));
+  EXPECT_TRUE(Reported(log, "nSize<=KMEM_SIZE_MAX"));
   EXPECT_EQ(0u, m.Size());
   EXPECT_EQ(1, m.SetSize(0x8000000));
   EXPECT_EQ(0x8000000u, m.Size());
@@ -77,12 +62,12 @@ TEST(KMem, SizeLimitZeroFillAndShrinkClamp) {
 }
 
 TEST(KMem, WriteMemcpyMemcmp) {
-  LogCapture log;
+  CKTestLog log;
   CKMem m(8);
   m.IncreaseOffset(5);
   unsigned char abc[4] = {1, 2, 3, 4};
   EXPECT_EQ(0u, m.Write(abc, 4));
-  EXPECT_TRUE(log.Assert("m_nAllocatedSize-m_nOffset-m_nStartOffset >= nLenToWrite"));
+  EXPECT_TRUE(Reported(log, "m_nAllocatedSize-m_nOffset-m_nStartOffset >= nLenToWrite"));
   EXPECT_EQ(5u, m.GetLength());
   EXPECT_EQ(0, Bytes(m)[5]);
   EXPECT_EQ(1u, m.Write(abc, 3));
@@ -96,7 +81,7 @@ TEST(KMem, WriteMemcpyMemcmp) {
   EXPECT_EQ(-1, b.Memcmp(a, 4));
   EXPECT_EQ(0, a.Memcmp(b, 2));
   EXPECT_EQ(0, a.Memcmp(b, 5));
-  EXPECT_TRUE(log.Assert("nLenToCmp<=(memSrc.m_nAllocatedSize-memSrc.m_nOffset-memSrc.m_nStartOffset)"));
+  EXPECT_TRUE(Reported(log, "nLenToCmp<=(memSrc.m_nAllocatedSize-memSrc.m_nOffset-memSrc.m_nStartOffset)"));
 
   // Memcpy copies to the write position and moves no cursor.
   b.m_nOffset = 1;
@@ -106,7 +91,7 @@ TEST(KMem, WriteMemcpyMemcmp) {
 }
 
 TEST(KMem, ViewsShareOneBlockUntilTheLastGoes) {
-  LogCapture log;
+  CKTestLog log;
   CKMem* pMem = new CKMem(16);
   pMem->m_nOffset = 9;
   CKMem plus = *pMem + 5, minus = *pMem - 5;
@@ -114,7 +99,7 @@ TEST(KMem, ViewsShareOneBlockUntilTheLastGoes) {
   EXPECT_EQ(4u, minus.Offset());
   EXPECT_EQ(3, pMem->m_pMemRef->memList.Count());
   (void)(*pMem + 16);
-  EXPECT_TRUE(log.Assert("nOffset < m_nAllocatedSize", ". Continue..."));
+  EXPECT_TRUE(Reported(log, "nOffset < m_nAllocatedSize", CKTestLog::kContinue));
 
   // Growth through one view moves the block for all; sizes stay per view.
   plus.SetSize(4096);
@@ -140,7 +125,7 @@ TEST(KMem, ViewsShareOneBlockUntilTheLastGoes) {
 }
 
 TEST(KMem, ConsumeCompactAndReserve) {
-  LogCapture log;
+  CKTestLog log;
   CKMem m;
   unsigned char* p = m.GetFromStart(6);
   ASSERT_NE(nullptr, p);
@@ -159,13 +144,13 @@ TEST(KMem, ConsumeCompactAndReserve) {
   EXPECT_EQ(12u, m.Size());
 
   m.IncreasePos(5);
-  EXPECT_TRUE(log.Assert("FALSE", ". Continue..."));
+  EXPECT_TRUE(Reported(log, "FALSE", CKTestLog::kContinue));
   EXPECT_EQ(0u, m.GetLength());
   EXPECT_EQ(5u, m.m_nStartOffset);
   m.DecreasePos(9);
   EXPECT_EQ(0u, m.m_nStartOffset);
   EXPECT_EQ(nullptr, m.GetFromStart(13, 1));
-  EXPECT_TRUE(log.Assert("nOffset <= m_nAllocatedSize-m_nStartOffset"));
+  EXPECT_TRUE(Reported(log, "nOffset <= m_nAllocatedSize-m_nStartOffset"));
 }
 
 TEST(KMem, SetAppendDetachAttach) {
@@ -203,14 +188,14 @@ TEST(KMem, SetAppendDetachAttach) {
 }
 
 TEST(KMem, FreadFwriteAtThePosition) {
-  LogCapture log;
+  CKTestLog log;
   FILE* fp = tmpfile();
   ASSERT_NE(nullptr, fp);
   CKMem m(6);
   memcpy(Bytes(m), "xyz", 3);
   EXPECT_EQ(2u, m.Fwrite(1, 2, fp));
   EXPECT_EQ(0xFFFFFFFFu, m.Fwrite(1, 7, fp));
-  EXPECT_TRUE(log.Assert("nEltSize * nEltCount <= (m_nAllocatedSize-m_nOffset-m_nStartOffset)"));
+  EXPECT_TRUE(Reported(log, "nEltSize * nEltCount <= (m_nAllocatedSize-m_nOffset-m_nStartOffset)"));
   rewind(fp);
   m.m_nOffset = 4;
   EXPECT_EQ(2u, m.Fread(1, 2, fp));
@@ -219,7 +204,7 @@ TEST(KMem, FreadFwriteAtThePosition) {
 }
 
 TEST(KMem, ZipAndUnzipInterworkWithZlib) {
-  LogCapture log;
+  CKTestLog log;
   std::string text;
   for (int i = 0; i < 200; ++i) text += "kelvor buffer line " + std::to_string(i % 7) + "\n";
   const unsigned n = (unsigned)text.size();
@@ -246,7 +231,7 @@ TEST(KMem, ZipAndUnzipInterworkWithZlib) {
   memcpy(Bytes(mz), z.data(), nZ);
   ASSERT_EQ(1, mz.Unzip((unsigned)nZ, &bUnzipped));
   EXPECT_EQ(zeros, std::string((char*)Bytes(mz), mz.Size()));
-  EXPECT_NE(log.lines.end(), std::find(log.lines.begin(), log.lines.end(), "Z_BUF_ERROR"));
+  EXPECT_TRUE(log.Contains("Z_BUF_ERROR"));
 
   // Not zlib data: accepted as already expanded.
   CKMem plain = Filled(32, 'q');
@@ -261,11 +246,11 @@ TEST(KMem, ZipAndUnzipInterworkWithZlib) {
   EXPECT_EQ(0, plain.Zip(0, 6, 0, &bZipped));
   CKMem view(plain);
   EXPECT_EQ(0, plain.Zip(32, 6, 0, &bZipped));
-  EXPECT_TRUE(log.Assert("m_pMemRef->memList.Count()==1"));
+  EXPECT_TRUE(Reported(log, "m_pMemRef->memList.Count()==1"));
 }
 
 TEST(KMem, HeapExhaustionThrows) {
-  LogCapture log;
+  CKTestLog log;
   RefuseBlocks refuse(4096);
   CKMem m(16), view(m);
   try {
@@ -274,9 +259,8 @@ TEST(KMem, HeapExhaustionThrows) {
   } catch (const CKMemoryException& e) {
     EXPECT_STREQ("src/KMem", e.m_szFile);
   }
-  ASSERT_FALSE(log.lines.empty());
-  EXPECT_EQ("Unable to allocate memory (4096)", log.lines.back());
-  EXPECT_EQ(8, log.types.back());
+  EXPECT_EQ("Unable to allocate memory (4096)", log.Last());
+  EXPECT_EQ(8, log.LastType());
   EXPECT_EQ(0u, view.Size());
   EXPECT_EQ(nullptr, Bytes(m));
   EXPECT_THROW(CKMem big(4096), CKMemoryException);
@@ -289,7 +273,7 @@ TEST(KMem, HeapExhaustionThrows) {
 }
 
 TEST(KMem, FakeWrapsCallerMemory) {
-  LogCapture log;
+  CKTestLog log;
   char buf[8] = "abcdefg";
   CKMem* pView;
   {
@@ -301,7 +285,7 @@ TEST(KMem, FakeWrapsCallerMemory) {
     EXPECT_EQ((unsigned char*)buf, Bytes(f));
     EXPECT_EQ(nullptr, f.Detach());
     EXPECT_EQ(0, f.EnsureBuffer(100));
-    EXPECT_TRUE(log.Assert("FALSE"));
+    EXPECT_TRUE(Reported(log, "FALSE"));
 
     CKMemFake g;
     EXPECT_EQ(1, g.Copy(f));

@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include <base/classes/list/KPile.h>
 #include <base/classes/list/KPtrList.h>
 #include <base/classes/list/KPtrListOwned.h>
-#include <base/tools/KTools.h>
+
+#include "KTestLog.h"
 
 namespace {
 
@@ -28,14 +28,6 @@ struct Counted {
   virtual ~Counted() { --alive; }
 };
 int Counted::alive = 0;
-
-class CaptureTools : public CKTools {
-public:
-  std::vector<std::string> lines;
-  void Log(const char* szText, int nType) override {
-    if (nType == 8) lines.push_back(szText);
-  }
-};
 
 int Descending(const void* a, const void* b) {
   const intptr_t x = *(const intptr_t*)a, y = *(const intptr_t*)b;
@@ -227,9 +219,8 @@ TEST(KPtrList, NonOwning) {
 }
 
 TEST(KPtrListOwned, OwnershipAndAssertions) {
-  CaptureTools tools;
-  tools.SetFlags(tools.GetFlags() | KTOOLS_FLAG_LOG);
-  KToolsInit(&tools);
+  const char* const kOwned = "include/base/classes/list/KPtrListOwned";
+  CKTestLog tools;
   {
     CKPtrListOwnedC<Counted> l;
     EXPECT_EQ(kelvor_comp_func_int_32, l.PileGetSortFunc());
@@ -237,10 +228,8 @@ TEST(KPtrListOwned, OwnershipAndAssertions) {
     l.Delete(1);
     EXPECT_EQ(2, Counted::alive);
     l.Delete(2);
-    ASSERT_EQ(1u, tools.lines.size());
-    EXPECT_EQ("Assertion failed (nIndex<Count()) in include/base/classes/list/KPtrListOwned on "
-              "line 50. Continue...",
-              tools.lines[0]);
+    EXPECT_EQ(1u, tools.Count());
+    EXPECT_TRUE(tools.LastIsAssert("nIndex<Count()", kOwned, CKTestLog::kContinue, 50));
 
     CKPtrListOwnedC<Counted> d;
     d.Add(new Counted(9));
@@ -265,10 +254,8 @@ TEST(KPtrListOwned, OwnershipAndAssertions) {
     const int nCount = d.data.elts;
     d.data.elts = d.data.size + 1;
     d.DeleteAll();
-    ASSERT_EQ(2u, tools.lines.size());
-    EXPECT_EQ("Assertion failed (c<=data.elts in include/base/classes/list/KPtrListOwned on "
-              "line 79. Returning",
-              tools.lines[1]);
+    EXPECT_EQ(2u, tools.Count());
+    EXPECT_TRUE(tools.LastIsAssert("c<=data.elts", kOwned, CKTestLog::kReturn, 79));
     d.data.elts = nCount;
     EXPECT_EQ(5, Counted::alive);
 
@@ -283,5 +270,4 @@ TEST(KPtrListOwned, OwnershipAndAssertions) {
     EXPECT_EQ(5, Counted::alive);
   }
   EXPECT_EQ(0, Counted::alive);
-  KToolsInit(nullptr);
 }

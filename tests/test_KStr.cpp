@@ -2,32 +2,20 @@
 
 #include <cstdio>
 #include <string>
-#include <vector>
 
 #include <base/classes/list/KList.h>
 #include <base/tools/KStr.h>
-#include <base/tools/KTools.h>
+
+#include "KTestLog.h"
 
 namespace {
 
-std::vector<std::string> Items(const CKList& l) {
-  std::vector<std::string> v;
-  for (int i = 0; i < l.Count(); ++i) v.push_back(l.Get(i).GetString());
-  return v;
+// A splitter's count and the items it left in the list, as "2:a|b".
+std::string Split(int n, const CKList& l) {
+  std::string s = std::to_string(n) + ":";
+  for (int i = 0; i < l.Count(); ++i) s += (i ? "|" : "") + std::string(l.Get(i));
+  return s;
 }
-using VS = std::vector<std::string>;
-
-class LogCatcher : public CKTools {
-public:
-  LogCatcher() { KToolsInit(this); }
-  ~LogCatcher() override { KToolsInit(nullptr); }
-  void Log(const char* szText, int nType) override {
-    m_lines.push_back(szText);
-    m_types.push_back(nType);
-  }
-  std::vector<std::string> m_lines;
-  std::vector<int> m_types;
-};
 
 std::string TempPath(const char* szName) { return ::testing::TempDir() + "kelvor_kstr_" + szName; }
 
@@ -117,15 +105,11 @@ TEST(KStr, ParseToSeparator) {
 TEST(KStr, ParseRuns) {
   CKList l;
   l.Add("stale");
-  EXPECT_EQ(KStrParse(&l, " a  b ", " "), 0);
-  EXPECT_EQ(l.Count(), 0);
-  EXPECT_EQ(KStrParse(&l, "a  b ", " "), 2);
-  EXPECT_EQ(Items(l), (VS{"a", "b"}));
-  EXPECT_EQ(KStrParse(&l, "a,b;;c", ",;"), 3);
-  EXPECT_EQ(Items(l), (VS{"a", "b", "c"}));
+  EXPECT_EQ("0:", Split(KStrParse(&l, " a  b ", " "), l));
+  EXPECT_EQ("2:a|b", Split(KStrParse(&l, "a  b ", " "), l));
+  EXPECT_EQ("3:a|b|c", Split(KStrParse(&l, "a,b;;c", ",;"), l));
   EXPECT_EQ(KStrParse(nullptr, "a,b;;c", ",;"), 3);
-  EXPECT_EQ(KStrParse(&l, "a b", nullptr), 1);  // count only
-  EXPECT_EQ(l.Count(), 0);
+  EXPECT_EQ("1:", Split(KStrParse(&l, "a b", nullptr), l));  // count only
 
   char buf[4];
   EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one  two three", " ", 1), "two");
@@ -138,35 +122,27 @@ TEST(KStr, ParseRuns) {
 
 TEST(KStr, ParseFields) {
   CKList l;
-  EXPECT_EQ(KStrParse(&l, "a;;b;", ';', 0), 4);
-  EXPECT_EQ(Items(l), (VS{"a", "", "b", ""}));
-  EXPECT_EQ(KStrParse(&l, "a,,b", ','), 3);
-  EXPECT_EQ(KStrParse(&l, "a,", ','), 2);
-  EXPECT_EQ(Items(l), (VS{"a", ""}));
-  EXPECT_EQ(KStrParse(&l, " a b ,\tc\r\n", ',', KSTR_PARSE_TRIM | KSTR_PARSE_UPCASE), 2);
-  EXPECT_EQ(Items(l), (VS{"A B", "C"}));
-  EXPECT_EQ(KStrParse(&l, " x ", ',', KSTR_PARSE_UPCASE), 1);
-  EXPECT_EQ(Items(l), (VS{" X "}));
+  EXPECT_EQ("4:a||b|", Split(KStrParse(&l, "a;;b;", ';', 0), l));
+  EXPECT_EQ("3:a||b", Split(KStrParse(&l, "a,,b", ','), l));
+  EXPECT_EQ("2:a|", Split(KStrParse(&l, "a,", ','), l));
+  EXPECT_EQ("2:A B|C",
+            Split(KStrParse(&l, " a b ,\tc\r\n", ',', KSTR_PARSE_TRIM | KSTR_PARSE_UPCASE), l));
+  EXPECT_EQ("1: X ", Split(KStrParse(&l, " x ", ',', KSTR_PARSE_UPCASE), l));
   EXPECT_EQ(KStrParse(nullptr, ";;", ';'), 3);
-  EXPECT_EQ(KStrParse(&l, "", ';'), 0);
-  EXPECT_EQ(l.Count(), 0);
+  EXPECT_EQ("0:", Split(KStrParse(&l, "", ';'), l));
 }
 
 TEST(KStr, Lines) {
   CKList l;
-  EXPECT_EQ(KStrTextToList(&l, "a\r\nb"), 2);
-  EXPECT_EQ(Items(l), (VS{"a", "b"}));
-  EXPECT_EQ(KStrTextToList(&l, "a\n\rb"), 3);
-  EXPECT_EQ(Items(l), (VS{"a", "", "b"}));
-  EXPECT_EQ(KStrTextToList(&l, "a\n"), 2);
-  EXPECT_EQ(Items(l), (VS{"a", ""}));
+  EXPECT_EQ("2:a|b", Split(KStrTextToList(&l, "a\r\nb"), l));
+  EXPECT_EQ("3:a||b", Split(KStrTextToList(&l, "a\n\rb"), l));
+  EXPECT_EQ("2:a|", Split(KStrTextToList(&l, "a\n"), l));
   EXPECT_EQ(KStrTextToList(nullptr, "x\ny\rz"), 3);
-  EXPECT_EQ(KStrTextToList(&l, ""), 0);
+  EXPECT_EQ("0:", Split(KStrTextToList(&l, ""), l));
 
-  EXPECT_EQ(KStrTextToWords(&l, "  cp \"my file\"\tdest\n\"open"), 4);
-  EXPECT_EQ(Items(l), (VS{"cp", "my file", "dest", "open"}));
-  EXPECT_EQ(KStrTextToWords(&l, "\"\" x"), 2);
-  EXPECT_EQ(Items(l), (VS{"", "x"}));
+  EXPECT_EQ("4:cp|my file|dest|open",
+            Split(KStrTextToWords(&l, "  cp \"my file\"\tdest\n\"open"), l));
+  EXPECT_EQ("2:|x", Split(KStrTextToWords(&l, "\"\" x"), l));
   EXPECT_EQ(KStrTextToWords(nullptr, " \t "), 0);
 }
 
@@ -239,7 +215,7 @@ TEST(KStr, KeyValueAndHttp) {
 }
 
 TEST(KStr, Files) {
-  LogCatcher log;
+  CKTestLog log;
   const std::string strFile = TempPath("roundtrip.txt");
   const char* szText = "a=1\r\nb=\xe9t\xe9\r\n\r\n";
   ASSERT_EQ(KStrTextToFile(strFile.c_str(), szText), TRUE);
@@ -270,17 +246,16 @@ TEST(KStr, Files) {
   EXPECT_TRUE(back.IsEmpty());
   std::remove(strFile.c_str());
 
-  EXPECT_TRUE(log.m_lines.empty());
+  EXPECT_EQ(0u, log.Count());
   const std::string strMissing = TempPath("no_such_dir/none.txt");
   back = "old";
   EXPECT_EQ(KStrFileToText(strMissing.c_str(), back), FALSE);
   EXPECT_EQ(back.GetLength(), 0u);
   EXPECT_EQ(KStrTextToFile(strMissing.c_str(), "x"), FALSE);
   EXPECT_EQ(KFileStrFindReplace(strMissing.c_str(), "a", "b"), -1);
-  ASSERT_EQ(log.m_lines.size(), 3u);
-  EXPECT_EQ(log.m_lines[0], "KStrFileToText: cannot open file " + strMissing);
-  EXPECT_EQ(log.m_types[0], 8);
+  ASSERT_EQ(log.Count(), 3u);
+  EXPECT_EQ(log.lines[0].text, "KStrFileToText: cannot open file " + strMissing);
+  EXPECT_EQ(log.lines[0].type, 8);
   EXPECT_EQ(KStrTextToFile(nullptr, "x"), FALSE);
-  EXPECT_NE(log.m_lines.back().find("Assertion failed (!KIsEmpty(szFile)) in src/KStr"),
-            std::string::npos);
+  EXPECT_TRUE(log.LastIsAssert("!KIsEmpty(szFile)", "src/KStr", CKTestLog::kReturnValue));
 }

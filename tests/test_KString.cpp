@@ -6,13 +6,11 @@
 #include <base/tools/KString.h>
 
 TEST(KString, CapacityStepsAndGrowth) {
-  EXPECT_EQ(32u, CKString(std::string(31, 'x')).GetAllocLength());
-  EXPECT_EQ(64u, CKString(std::string(32, 'x')).GetAllocLength());
-  EXPECT_EQ(1024u, CKString(std::string(1023, 'x')).GetAllocLength());
-  EXPECT_EQ(2048u, CKString(std::string(1024, 'x')).GetAllocLength());
-  EXPECT_EQ(2048u, CKString(std::string(2000, 'x')).GetAllocLength());
-  EXPECT_EQ(2048u, CKString(std::string(2047, 'x')).GetAllocLength());
-  EXPECT_EQ(3072u, CKString(std::string(2048, 'x')).GetAllocLength());
+  // {length, capacity}: powers of two up to 1024, then whole kilobytes.
+  const unsigned anCaps[][2] = {{31, 32},     {32, 64},     {1023, 1024}, {1024, 2048},
+                                {2000, 2048}, {2047, 2048}, {2048, 3072}};
+  for (const auto& c : anCaps)
+    EXPECT_EQ(c[1], CKString(std::string(c[0], 'x')).GetAllocLength()) << c[0];
 
   // Appends grow only when the terminator would not fit, and never shrink.
   CKString s;
@@ -128,19 +126,18 @@ TEST(KString, SubStringsAndSearch) {
   EXPECT_EQ(4, s.ReverseFind('o', 6));
   EXPECT_EQ(2, s.FindOneOf("xyl"));
 
-  CKString out;
-  EXPECT_TRUE(AfxExtractSubString(out, "a,bb,,c", 1, ','));
-  EXPECT_STREQ("bb", out);
-  EXPECT_TRUE(AfxExtractSubString(out, "a,bb,,c", 2, ','));
-  EXPECT_STREQ("", out);
-  EXPECT_TRUE(AfxExtractSubString(out, "a,bb,,c", 3, ','));
-  EXPECT_STREQ("c", out);
-  out = "keep";
-  EXPECT_FALSE(AfxExtractSubString(out, "a,b", 5, ','));
-  EXPECT_EQ(0u, out.GetLength());
-  out = "keep";
-  EXPECT_FALSE(AfxExtractSubString(out, nullptr, 0, ','));
-  EXPECT_EQ(0u, out.GetLength());
+  const struct {
+    const char* szText;
+    int nField;
+    BOOL bFound;
+    const char* szOut;
+  } aFields[] = {{"a,bb,,c", 1, TRUE, "bb"}, {"a,bb,,c", 2, TRUE, ""}, {"a,bb,,c", 3, TRUE, "c"},
+                 {"a,b", 5, FALSE, ""},       {nullptr, 0, FALSE, ""}};
+  for (const auto& f : aFields) {
+    CKString out("keep");
+    EXPECT_EQ(f.bFound, AfxExtractSubString(out, f.szText, f.nField, ','));
+    EXPECT_EQ(std::string(f.szOut), std::string(out)) << f.nField;
+  }
 }
 
 TEST(KString, Modification) {

@@ -15,7 +15,7 @@
 class CKList;
 
 template <class T = CKList>
-class CKHashStringToPtr : public CKHashList {
+class KELVOR_API CKHashStringToPtr : public CKHashList {
 public:
   CKHashStringToPtr() {}
   CKHashStringToPtr(const CKHashStringToPtr& src) : CKHashList() { CKHashList::operator=(src); }

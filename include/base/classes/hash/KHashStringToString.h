@@ -9,7 +9,7 @@
 #include <base/tools/KDebug.h>
 #include <base/tools/KString.h>
 
-class CKHashStringToString : public CKHashList {
+class KELVOR_API CKHashStringToString : public CKHashList {
 public:
   CKHashStringToString() {}
   CKHashStringToString(const CKHashStringToString& src) : CKHashList() {
