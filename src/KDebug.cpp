@@ -38,9 +38,10 @@ DebugOutputHook& DebugHook() {
   return *p;
 }
 
+// Never destroyed: static destructors elsewhere may still log at exit.
 CKTools& DefaultTools() {
-  static CKTools tools;
-  return tools;
+  static CKTools* p = new CKTools;
+  return *p;
 }
 
 std::atomic<CKTools*> g_pTools{nullptr};
@@ -321,15 +322,13 @@ struct LeakTracker {
     counts.PileEmpty();
     names.DeleteAll();
   }
-  ~LeakTracker() {
-    Clear();
-    kplat::MutexFree(pLock);
-  }
 };
 
+// Never destroyed, like the tools object: objects freed by static
+// destructors may still report to it.
 LeakTracker& Tracker() {
-  static LeakTracker t;
-  return t;
+  static LeakTracker* p = new LeakTracker;
+  return *p;
 }
 
 struct TrackerLock {
