@@ -802,6 +802,25 @@ CKListDateTime::~CKListDateTime() { DeleteAll(); }
 
 CKDateTime* CKListDateTime::At(int nIndex) const { return (CKDateTime*)PileGet(nIndex); }
 
+namespace {
+const char* const kNoRoom = "ERROR => CKListDateTime: the list cannot grow";
+}  // namespace
+
+// A copy the pile refused to take is freed, not leaked.
+int CKListDateTime::Kept(int nIndex, CKDateTime* p) {
+  if (nIndex >= 0) return nIndex;
+  delete p;
+  KLog(KLOG_ERROR, kNoRoom);
+  return -1;
+}
+
+// A list of its own: the elements are copied, so either list may go first.
+CKListDateTime::CKListDateTime(const CKListDateTime& l) : CKPile() {
+  data.step = l.data.step;
+  data.sortfunc = l.data.sortfunc;
+  *this = l;
+}
+
 CKListDateTime& CKListDateTime::operator=(const CKListDateTime& l) {
   if (&l == this) return *this;
   DeleteAll();
@@ -816,7 +835,10 @@ CKListDateTime& CKListDateTime::operator=(const CKListDateTime& l) {
 int CKListDateTime::Add(const COleDateTime& d) { return CKListDateTime::Add(CKDateTime(d)); }
 
 // A copy that cannot be allocated is kept as a null slot.
-int CKListDateTime::Add(const CKDateTime& d) { return PileAdd(new (std::nothrow) CKDateTime(d)); }
+int CKListDateTime::Add(const CKDateTime& d) {
+  CKDateTime* p = new (std::nothrow) CKDateTime(d);
+  return Kept(PileAdd(p), p);
+}
 
 int CKListDateTime::AddUnique(const CKDateTime& d) {
   if (Find(d) != -1) return -1;
@@ -833,7 +855,8 @@ int CKListDateTime::Find(const CKDateTime& d) {
 }
 
 int CKListDateTime::InsertAt(int nIndex, const CKDateTime& d) {
-  return PileInsertAt(nIndex, new (std::nothrow) CKDateTime(d));
+  CKDateTime* p = new (std::nothrow) CKDateTime(d);
+  return Kept(PileInsertAt(nIndex, p), p);
 }
 
 CKDateTime CKListDateTime::Get(int nIndex) const {
@@ -847,7 +870,12 @@ int CKListDateTime::Set(int nIndex, const CKDateTime& d) {
     *p = d;
     return nIndex;
   }
-  return PileSet(nIndex, new (std::nothrow) CKDateTime(d));
+  const int nCount = Count();
+  CKDateTime* p = new (std::nothrow) CKDateTime(d);
+  if (Kept(PileSet(nIndex, p), p) < 0) return -1;
+  // Slots past the old count may still hold pointers that were removed.
+  for (int i = nCount; i < nIndex; ++i) data.ptr[i] = nullptr;
+  return nIndex;
 }
 
 void CKListDateTime::Delete(int nIndex) {
@@ -863,11 +891,18 @@ void CKListDateTime::DeleteAll() {
   PileEmpty();
 }
 
-// Any previous elements are freed first, so nothing is lost.
+// Any previous elements are freed first, so nothing is leaked.
 int CKListDateTime::PreAlloc(int n) {
   DeleteAll();
   if (n < 0) n = 0;
+  // The slots are written unchecked: they must all be there (the size
+  // call's own verdict also counts a stale ENOMEM, so look at the result).
   PileSetSize(n);
+  if (data.size < n || (n && !data.ptr)) {
+    PileEmpty();
+    KLog(KLOG_ERROR, kNoRoom);
+    return FALSE;
+  }
   for (int i = 0; i < n; ++i) PileSetNoCheck(i, new (std::nothrow) CKDateTime());
   return TRUE;
 }

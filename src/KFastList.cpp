@@ -236,7 +236,12 @@ int CKFastList::Set(int nIndex, const CKString& s) {
 
 int CKFastList::Set(int nIndex, const char* sz) {
   if (nIndex < 0) nIndex = 0;
-  Reserve();
+  if (!data.ptr) {
+    // No array yet, or released by RealDeleteAll: every index is past the
+    // allocated size, so the pile's set stores the text and extends the count.
+    data.size = 0;
+    data.elts = 0;
+  }
   if (nIndex >= data.size) {
     CKString* p = NewStr(sz, __LINE__);
     if (PileSet(nIndex, p) < 0) {
@@ -300,7 +305,7 @@ void CKFastList::Copy(const CKFastList& l) {
 }
 
 void CKFastList::CopyAndRemove(CKFastList& target, int n, int bEmptyTarget) {
-  if (&target == this) return;
+  // With this list as its own target the first n elements end up last.
   if (bEmptyTarget) target.DeleteAll();
   const int m = n < data.elts ? n : data.elts;
   if (m <= 0) return;

@@ -220,16 +220,40 @@ CKListGuid& CKListGuid::operator=(const CKListGuid& l) {
   data.step = l.data.step;
   for (int i = 0; i < l.Count(); ++i) {
     CKGuid* p = l.GetData(i);
-    PileAdd(p ? new (std::nothrow) CKGuid(*p) : nullptr);
+    CKGuid* pCopy = p ? new (std::nothrow) CKGuid(*p) : nullptr;
+    if (PileAdd(pCopy) < 0) {
+      delete pCopy;
+      KLog(KLOG_ASSERT, "CKListGuid: copy incomplete, the list could not grow");
+      break;
+    }
   }
   return *this;
 }
 
 CKListGuid::~CKListGuid() { DeleteAll(); }
 
-int CKListGuid::Add(const CKGuid& g) { return PileAdd(new (std::nothrow) CKGuid(g)); }
+int CKListGuid::Add(const CKGuid& g) {
+  CKGuid* p = new (std::nothrow) CKGuid(g);
+  int i = PileAdd(p);
+  if (i < 0) {
+    delete p;
+    KLog(KLOG_ASSERT, "CKListGuid::Add: the list could not grow");
+  }
+  return i;
+}
 
-void CKListGuid::Set(int i, const CKGuid& g) { PileSet(i, new (std::nothrow) CKGuid(g)); }
+void CKListGuid::Set(int i, const CKGuid& g) {
+  CKGuid* p = new (std::nothrow) CKGuid(g);
+  const int nOld = Count();
+  const int n = PileSet(i, p);
+  if (n < 0) {
+    delete p;
+    KLog(KLOG_ASSERT, "CKListGuid::Set: the list could not grow");
+    return;
+  }
+  // Slots the pile opened may hold stale pointers of removed elements.
+  for (int k = nOld; k < n; ++k) data.ptr[k] = nullptr;
+}
 
 CKGuid CKListGuid::Get(int i) const {
   CKGuid* p = GetData(i);

@@ -85,7 +85,10 @@ void CKHashList::InitHashTable(int nTableSize, int nPas) {
   KASSERT_RET_AT(nTableSize>1, "nTableSize>1", KSRC_PATH, 100);
   KASSERT_RET_AT(nPas>1, "nPas>1", KSRC_PATH, 101);
   m_nPas = nPas;
-  KHashElt** pTable = (KHashElt**)calloc((size_t)nTableSize, sizeof(KHashElt*));
+  // Blocks stay below 2 GiB, the most a 32-bit heap could ever give.
+  KHashElt** pTable = (size_t)nTableSize * sizeof(KHashElt*) <= (size_t)INT_MAX
+                          ? (KHashElt**)calloc((size_t)nTableSize, sizeof(KHashElt*))
+                          : nullptr;
   if (!pTable) throw CKMemoryException(KSRC_PATH, 104);
   KHashElt** pOld = m_pHashTable;
   unsigned int nOldSize = m_nTableSize;
@@ -114,6 +117,9 @@ void CKHashList::GrowPool(int nAdd, unsigned nLine) {
   if (nAdd <= 0 || m_nAllocated > INT_MAX - nAdd) throw CKMemoryException(KSRC_PATH, nLine);
   int nOld = m_nAllocated;
   int nNew = nOld + nAdd;
+  // The 2 GiB bound of the piles: a wild step fails at once, whatever the
+  // system's overcommit policy, instead of zeroing gigabytes.
+  if ((size_t)nNew * sizeof(KHashElt) > (size_t)INT_MAX) throw CKMemoryException(KSRC_PATH, nLine);
   uintptr_t nOldBase = (uintptr_t)m_pElts;
   KHashElt* pPool = (KHashElt*)realloc(m_pElts, (size_t)nNew * sizeof(KHashElt));
   if (!pPool) throw CKMemoryException(KSRC_PATH, nLine);
@@ -156,8 +162,12 @@ KHashElt** CKHashList::FindLink(unsigned int nHash, const void* pProbe,
 }
 
 KHashElt** CKHashList::FindLink(void* pKey) const {
+  return m_pHashTable ? FindLinkHashed(HashKey(pKey), pKey) : nullptr;
+}
+
+KHashElt** CKHashList::FindLinkHashed(unsigned int nHash, void* pKey) const {
   if (!m_pHashTable) return nullptr;
-  KHashElt** ppLink = &m_pHashTable[HashKey(pKey) % m_nTableSize];
+  KHashElt** ppLink = &m_pHashTable[nHash % m_nTableSize];
   for (; *ppLink; ppLink = &(*ppLink)->pNextElt)
     if (CompareKey((*ppLink)->pKey, pKey)) return ppLink;
   return nullptr;
@@ -185,16 +195,18 @@ void CKHashList::RemoveLink(KHashElt** ppLink) {
 }
 
 void CKHashList::Set(void* pKey, void* pValue) {
-  KHashElt** ppLink = FindLink(pKey);
-  KHashElt* pElt = ppLink ? *ppLink : InsertElt(HashKey(pKey), pKey);
+  const unsigned int nHash = HashKey(pKey);
+  KHashElt** ppLink = FindLinkHashed(nHash, pKey);
+  KHashElt* pElt = ppLink ? *ppLink : InsertElt(nHash, pKey);
   DestructValue(pElt->pValue, pValue);
   pElt->pValue = pValue;
 }
 
 void*& CKHashList::Get(void* pKey, int bCreate, int* pbFound) {
-  KHashElt** ppLink = FindLink(pKey);
+  const unsigned int nHash = HashKey(pKey);
+  KHashElt** ppLink = FindLinkHashed(nHash, pKey);
   KHashElt* pElt = ppLink ? *ppLink : nullptr;
-  if (!pElt && bCreate) pElt = InsertElt(HashKey(pKey), pKey);
+  if (!pElt && bCreate) pElt = InsertElt(nHash, pKey);
   if (pbFound) *pbFound = pElt ? 1 : 0;
   if (pElt) return pElt->pValue;
   m_pDummy = nullptr;

@@ -3,6 +3,7 @@
 
 #include <base/classes/list/KList.h>
 
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -18,10 +19,27 @@ namespace {
 inline CKString* NewStr(const char* sz, unsigned nLine) { return klist::NewString(sz, KSRC_PATH, nLine); }
 inline CKString* NewStr(const CKString& s, unsigned nLine) { return klist::NewString(s, KSRC_PATH, nLine); }
 
-// Room for nTotal slots in one step when copying a known number of
-// elements (the same size the adds one by one would reach).
-inline void Presize(CKPileFast& p, int nTotal) {
-  if (nTotal > p.PileSize()) p.PileSetSize(nTotal);
+// Room for n more elements in one growth (adding one by one would shrink a
+// larger array back first). The new slots are null, so an allocation that
+// fails while they are filled leaves null elements, never stale pointers.
+// Returns the first new index.
+int Extend(CKPileFast& p, int n, unsigned nLine) {
+  const int nOld = p.data.elts;
+  if (n <= 0) return nOld;
+  if ((long long)nOld + n > INT_MAX) throw CKMemoryException(KSRC_PATH, nLine);
+  p.PileSetCount(nOld + n);
+  if (p.data.elts != nOld + n) throw CKMemoryException(KSRC_PATH, nLine);
+  std::memset((void*)(p.data.ptr + nOld), 0, sizeof(void*) * (size_t)n);
+  return nOld;
+}
+
+// Appends a copy of each of the first n elements of src (which may be p).
+void AppendCopies(CKPileFast& p, const CKPileFast& src, int n, unsigned nLine) {
+  const int nBase = Extend(p, n, nLine);
+  for (int i = 0; i < n; i++) {
+    const CKString* s = (const CKString*)src.data.ptr[i];
+    p.data.ptr[nBase + i] = s ? NewStr(*s, nLine) : NewStr("", nLine);
+  }
 }
 
 }  // namespace
@@ -51,11 +69,11 @@ CKList::CKList() { data.sortfunc = kelvor_comp_func_string; }
 
 CKList::CKList(const CKList& l) : CKPile() {
   data.sortfunc = l.data.sortfunc;
-  const int n = l.Count();
-  Presize(*this, n);
-  for (int i = 0; i < n; i++) {
-    const CKString* s = l.GetPtr(i);
-    AddPtr(s ? NewStr(*s, __LINE__) : NewStr("", __LINE__));
+  try {
+    AppendCopies(*this, l, l.Count(), __LINE__);
+  } catch (...) {
+    CKList::Empty();  // no destructor runs for a half-built list
+    throw;
   }
 }
 
@@ -174,12 +192,7 @@ int CKList::FindBeginWith(const char* sz, int bNoCase, int) const {
 
 void CKList::operator+=(const CKList& l) {
   // Counted first: the source may be this list.
-  const int n = l.Count();
-  Presize(*this, data.elts + n);
-  for (int i = 0; i < n; i++) {
-    const CKString* s = l.GetPtr(i);
-    AddPtr(s ? NewStr(*s, __LINE__) : NewStr("", __LINE__));
-  }
+  AppendCopies(*this, l, l.Count(), __LINE__);
 }
 
 void CKList::operator-=(const CKList& l) {
@@ -281,23 +294,16 @@ void CKList::Sort() { PileSort(); }
 void CKList::Copy(const CKList& l) {
   // No self-check: copying a list into itself leaves it empty.
   DeleteAll();
-  const int n = l.Count();
-  Presize(*this, n);
-  for (int i = 0; i < n; i++) {
-    const CKString* s = l.GetPtr(i);
-    AddPtr(s ? NewStr(*s, __LINE__) : NewStr("", __LINE__));
-  }
+  AppendCopies(*this, l, l.Count(), __LINE__);
 }
 
 void CKList::CopyAndRemove(CKList& target, int n, int bEmptyTarget) {
-  if (&target == this) return;
+  // Target's pile directly, not its Add. With this list as its own target the
+  // first n elements end up last.
   if (bEmptyTarget) target.DeleteAll();
   const int m = n < data.elts ? n : data.elts;
   if (m <= 0) return;
-  for (int i = 0; i < m; i++) {
-    const CKString* s = GetPtr(i);
-    target.AddPtr(s ? NewStr(*s, __LINE__) : NewStr("", __LINE__));
-  }
+  AppendCopies(target, *this, m, __LINE__);
   // The moved elements leave this list in one shift.
   for (int i = 0; i < m; i++) delete (CKString*)data.ptr[i];
   std::memmove(data.ptr, data.ptr + m, sizeof(void*) * (size_t)(data.elts - m));
@@ -391,16 +397,13 @@ CKListList::CKListList(const CKListList& l) : CKPtrListOwnedC<CKList>(l) {}
 CKListList& CKListList::operator=(const CKListList& l) {
   DeleteAll();
   const int n = l.Count();
-  Presize(*this, n);
+  const int nBase = Extend(*this, n, __LINE__);
   for (int i = 0; i < n; i++) {
     const CKList* pSrc = (const CKList*)l.data.ptr[i];
     CKList* p = new (std::nothrow) CKList;
     if (!p) throw CKMemoryException(KSRC_PATH, __LINE__);
+    data.ptr[nBase + i] = p;
     if (pSrc) *p = *pSrc;
-    if (Add(p) < 0) {
-      delete p;
-      throw CKMemoryException(KSRC_PATH, __LINE__);
-    }
   }
   return *this;
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include <base/tools/KDebug.h>
+#include <base/tools/KException.h>
 #include <base/tools/KStr.h>
 
 #include "KListUtil.h"
@@ -55,8 +56,11 @@ int PartitionPairs(TList& l, int nLo, int nHi, TCompare pfCompare) {
   for (;;) {
     while (++i <= nHi && pfCompare(i, nLo, l) < 0) {
     }
-    while (pfCompare(--j, nLo, l) > 0) {
-    }
+    // Stops at the pivot itself even for a comparator that does not give 0
+    // for a pair compared with itself.
+    do {
+      --j;
+    } while (j > nLo && pfCompare(j, nLo, l) > 0);
     if (i >= j) break;
     l.Swap(i, j);
   }
@@ -171,14 +175,28 @@ void CKListParamValue::SetParam(int nIndex, const char* szName) {
   m_ListParam.Set(nIndex, szName);
 }
 
+// A value list that cannot grow takes the name back: the pairs stay aligned.
 void CKListParamValue::AddValue(const char* szName, const char* szValue) {
   m_ListParam.Add(szName);
-  m_ListValue.Add(szValue);
+  try {
+    m_ListValue.Add(szValue);
+  } catch (...) {
+    m_ListParam.DeleteLast();
+    throw;
+  }
 }
 
 void CKListParamValue::InsertValue(int nIndex, const char* szName, const char* szValue) {
+  const int nCount = Count();
+  if (nIndex < 0) nIndex = 0;
+  if (nIndex > nCount) nIndex = nCount;
   m_ListParam.InsertAt(nIndex, szName);
-  m_ListValue.InsertAt(nIndex, szValue);
+  try {
+    m_ListValue.InsertAt(nIndex, szValue);
+  } catch (...) {
+    m_ListParam.Delete(nIndex);
+    throw;
+  }
 }
 
 void CKListParamValue::SetValue(const char* szName, const char* szValue, int bNoCase) {
@@ -396,7 +414,11 @@ void CKListParamValueInt::SetValue(const char* szName, int n, int bNoCase) {
 
 void CKListParamValueInt::EnsureAddValue(const char* szName, int n) {
   m_ListParam.Add(szName);
-  m_ListValue.PileAdd(n);
+  if (m_ListValue.PileAdd(n) < 0) {
+    // The pairs stay aligned: the name goes again.
+    m_ListParam.DeleteLast();
+    throw CKMemoryException(KSRC_PATH, __LINE__);
+  }
 }
 
 CKString CKListParamValueInt::GetParamByValue(int n) const {
@@ -484,7 +506,10 @@ void CKListParamValueInt::InsertSorted(KPileSortFunc pfCompare, const char* szNa
     KASSERT_T((*CompareFunction)(&pKey, &pKey2) > 0, "(*CompareFunction) (&pKey, &pKey2) > 0");
   }
   m_ListParam.InsertAt(nPos, strKey);
-  m_ListValue.PileInsertAt(nPos, n);
+  if (m_ListValue.PileInsertAt(nPos, n) < 0) {
+    m_ListParam.Delete(nPos);
+    throw CKMemoryException(KSRC_PATH, __LINE__);
+  }
 }
 
 void CKListParamValueInt::Sort(KParamValueIntCompareFunc pfCompare) {

@@ -1,5 +1,5 @@
 // CKLogFile: one open/append/close per line under the object's own lock.
-#define KSRC_PATH "src/KDebug"
+#define KSRC_PATH "src/KLogFile"
 
 #include <base/tools/KLogFile.h>
 

@@ -130,7 +130,8 @@ int CKMem::EnsureMemRef() {
 }
 
 unsigned CKMem::Limit() const {
-  if (!m_pMemRef) return 0;
+  // A fake may record a size over a null pointer: nothing is there to reach.
+  if (!m_pMemRef || !m_pMemRef->pData) return 0;
   return m_nAllocatedSize < m_pMemRef->nBlockSize ? m_nAllocatedSize : m_pMemRef->nBlockSize;
 }
 
@@ -160,7 +161,9 @@ void CKMem::InstallBlock(unsigned char* p, unsigned nSize) {
 
 int CKMem::SetSize(unsigned nSize) {
   KASSERT_RETV(nSize<=KMEM_SIZE_MAX, 0);
-  if (nSize == m_nAllocatedSize) return 1;
+  // A view may claim more than its block holds (a view made on a record, a
+  // fake that shrank): then the block must still grow to the size.
+  if (nSize == m_nAllocatedSize && (!m_pMemRef || m_pMemRef->nBlockSize >= nSize)) return 1;
   if (nSize == 0) {
     Free();
     EnsureMemRef();
@@ -263,7 +266,25 @@ int CKMem::SetValue(const void* pValue, size_t nValueSize, unsigned n) {
 
 int CKMem::Set(void* p, unsigned n) {
   KASSERT_RETV(p || !n, 0);
-  return SetValue(p, n, n);
+  const unsigned char* pSrc = (const unsigned char*)p;
+  const unsigned char* pBlock = Data();
+  if (!n || !pBlock || pSrc < pBlock || pSrc >= pBlock + m_pMemRef->nBlockSize)
+    return SetValue(p, n, n);
+  // Bytes of our own block: resizing may move them, so take them out first.
+  unsigned nAvail = m_pMemRef->nBlockSize - (unsigned)(pSrc - pBlock);
+  if (nAvail > n) nAvail = n;
+  unsigned char* pTemp = (unsigned char*)MemRealloc(nullptr, nAvail);
+  if (!pTemp) KMEM_THROW();
+  memcpy(pTemp, pSrc, nAvail);
+  int bOk;
+  try {
+    bOk = SetValue(pTemp, nAvail, n);
+  } catch (...) {
+    free(pTemp);
+    throw;
+  }
+  free(pTemp);
+  return bOk;
 }
 
 int CKMem::Set(double v, unsigned n) { return SetValue(&v, sizeof(v), n); }
@@ -524,7 +545,8 @@ int CKMem::Unzip(unsigned nLen, int* pbUnzipped) {
   KASSERT_RETV_T(nLen <= Limit(), "nLen<=m_nAllocatedSize", 0);
   if (nLen == 0) return 1;
 
-  size_t nOutSize = (size_t)nLen * 2;
+  // No buffer may exceed the size limit, the expanded one included.
+  size_t nOutSize = (size_t)nLen * 2 < KMEM_SIZE_MAX ? (size_t)nLen * 2 : KMEM_SIZE_MAX;
   unsigned char* pOut = (unsigned char*)MemRealloc(nullptr, nOutSize);
   if (!pOut) KMEM_THROW();
   for (;;) {
@@ -632,9 +654,12 @@ void CKMemFake::ReleaseEmbedded() {
 }
 
 int CKMemFake::SetSize(unsigned nSize) {
+  // Once the bytes live in a block of the library's own (a view grew it, or
+  // Attach, Zip or an assignment replaced it), that block grows for real.
+  if (m_pMemRef != &m_MemRef || m_MemRef.bOwnsData) return CKMem::SetSize(nSize);
   m_nAllocatedSize = nSize;
   // The caller vouches for its memory: the embedded record takes the size.
-  if (m_pMemRef == &m_MemRef && !m_MemRef.bOwnsData) m_MemRef.nBlockSize = nSize;
+  m_MemRef.nBlockSize = nSize;
   return 1;
 }
 

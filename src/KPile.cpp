@@ -12,10 +12,10 @@
 namespace {
 
 const size_t kSlot = sizeof(void*);
+const long long kMaxBytes = INT_MAX;
 
-// Growth that found no block leaves the size field raised; operations that
-// are about to write into the new slots put size and count back and refuse
-// rather than write past the block.
+// Growth that found no block: operations that were about to write into the
+// new slots put the count back and refuse.
 int Refuse(KPile* p, int nOldSize, int nOldCount) {
   p->size = nOldSize;
   p->elts = nOldCount;
@@ -52,13 +52,17 @@ int KPileCheckSizeW(KPile* p, unsigned nWidth) {
     long long nNew = nCount > nSize
                          ? nSize + ((long long)(nCount - nSize) + nStep - 1) / nStep * nStep
                          : (long long)nSize + nStep;
-    if (nNew > INT_MAX) return -1;
-    p->size = (int)nNew;
+    // Arrays stay below 2 GiB, the most a 32-bit heap could ever give: a
+    // wild count fails here instead of committing gigabytes.
+    if (nNew * nWidth > kMaxBytes) return -1;
     void* pOld = p->ptr;
     void* q = std::realloc(pOld, (size_t)nNew * nWidth);
     // errno is deliberately not cleared first: a stale ENOMEM also counts.
     const bool bFailed = q == nullptr || errno == ENOMEM;
-    if (q == nullptr) return -1;  // the old array is still valid
+    // No block: the old array and its size stay, so no later write can go
+    // past the end of the array.
+    if (q == nullptr) return -1;
+    p->size = (int)nNew;
     // A block realloc handed back replaces the old one whatever the verdict.
     p->ptr = (void**)q;
     const size_t nFrom = pOld ? (size_t)nSize : 0;  // a fresh block is all new
@@ -74,7 +78,11 @@ int KPileCheckSizeW(KPile* p, unsigned nWidth) {
   void* q = std::realloc(pOld, (size_t)nNew * nWidth);
   // In this case the test is made on the old pointer, not on the result.
   const bool bFailed = pOld == nullptr || errno == ENOMEM;
-  if (q != nullptr) p->ptr = (void**)q;
+  if (q != nullptr) {
+    // A record without array gets a fresh block: its slots read as null.
+    if (pOld == nullptr) std::memset(q, 0, (size_t)nNew * nWidth);
+    p->ptr = (void**)q;
+  }
   return bFailed ? 0 : 1;
 }
 
@@ -110,6 +118,7 @@ int KPileInsertAt(KPile* p, int nIndex, void* v) {
 int KPileSet(KPile* p, int nIndex, void* v) {
   Revive(p);
   if (nIndex < 0) nIndex = 0;
+  if (nIndex == INT_MAX) return -1;  // the count could not hold it
   if (nIndex >= p->elts) {
     const int nOldCount = p->elts;
     const int nOldSize = p->size;
@@ -129,6 +138,8 @@ int KPileSetAt(KPile* p, int nIndex, void* v) {
 
 int KPileSetNoCheck(KPile* p, int nIndex, void* v) {
   if (nIndex < 0) nIndex = 0;
+  // The caller promised the room; an index past the array is refused.
+  if (!p->ptr || nIndex >= p->size) return -1;
   if (nIndex >= p->elts) p->elts = nIndex + 1;
   p->ptr[nIndex] = v;
   return nIndex;

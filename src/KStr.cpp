@@ -16,6 +16,12 @@ int KIsEmpty(const char* s) { return (!s || !*s) ? 1 : 0; }
 
 int KIsEmpty(const CKString& s) { return s.GetLength() == 0 ? 1 : 0; }
 
+namespace {
+// Room asked of a string for n characters; sizes past 32 bits stay too large
+// (the string refuses them) instead of wrapping to a small block.
+inline unsigned Room(size_t n) { return n > 0xFFFFFFFFu ? 0xFFFFFFFFu : (unsigned)n; }
+}  // namespace
+
 // Measures every piece once and copies into a single block.
 CKString KAndN(const char* const* ppTexts, int n) {
   size_t nTotal = 0;
@@ -27,7 +33,7 @@ CKString KAndN(const char* const* ppTexts, int n) {
   }
   CKString s;
   if (nTotal == 0) return s;
-  char* p = s.GetBuffer((unsigned)nTotal);
+  char* p = s.GetBuffer(Room(nTotal));
   for (int i = 0; i < n; ++i) {
     if (!ppTexts[i]) continue;
     size_t l = i < 40 ? aLen[i] : strlen(ppTexts[i]);
@@ -122,7 +128,7 @@ inline int HexVal(char c) {
 CKString MakeStr(const char* p, size_t n) {
   CKString s;
   if (n) {
-    memcpy(s.GetBuffer((unsigned)n), p, n);
+    memcpy(s.GetBuffer(Room(n)), p, n);
     s.ReleaseBuffer((unsigned)n);
   }
   return s;

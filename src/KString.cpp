@@ -12,10 +12,15 @@
 #include <mutex>
 #include <string>
 
+#include <base/tools/KDebug.h>
 #include <base/tools/KException.h>
 #include <base/tools/KStr.h>
 
 namespace {
+
+// Longest text a block may hold: lengths stay within the signed indexes of
+// the interface, capacities within 32 bits.
+const uint32_t kMaxLength = 0x7FFFF000u;
 
 // The one shared empty representation: length 0, capacity 0, count 1.
 struct KStringNil {
@@ -25,9 +30,31 @@ struct KStringNil {
 KStringNil g_nil = {{0, 0, 1}, {0, 0, 0, 0}};
 char* const g_pchNil = g_nil.chNil;
 
+// Heap exhaustion, and sizes no block can have: logged, then thrown.
+[[noreturn]] void NoMemory(uint64_t nBytes, unsigned nLine) {
+  // The log line needs strings too; a failure while logging only throws.
+  static thread_local bool s_bLogging = false;
+  if (!s_bLogging) {
+    struct Guard {
+      Guard() { s_bLogging = true; }
+      ~Guard() { s_bLogging = false; }
+    } guard;
+    char szSize[32];
+    KStr((__int64)nBytes, szSize, 10);
+    KLog(KLOG_ASSERT, "Unable to allocate memory (", szSize, ")");
+  }
+  throw CKMemoryException(KSRC_PATH, nLine);
+}
+
+// a + b characters, refused beyond kMaxLength.
+inline uint32_t LenSum(uint64_t a, uint64_t b) {
+  if (a + b > kMaxLength) NoMemory(a + b + 1, __LINE__);
+  return (uint32_t)(a + b);
+}
+
 KStringData* NewBlock(uint32_t nCapacity) {
   KStringData* p = (KStringData*)malloc(sizeof(KStringData) + nCapacity);
-  if (!p) throw CKMemoryException(KSRC_PATH, __LINE__);
+  if (!p) NoMemory(sizeof(KStringData) + (uint64_t)nCapacity, __LINE__);
   p->nAllocLength = nCapacity;
   p->nRefs = 1;
   return p;
@@ -62,6 +89,7 @@ void CKString::Release() {
 
 // Fresh private block for n characters (length n, terminator written).
 void CKString::AllocBuffer(uint32_t n) {
+  LenSum(n, 0);
   KStringData* p = NewBlock(CapacityFor(n));
   p->nDataLength = n;
   p->data()[n] = 0;
@@ -81,6 +109,7 @@ void CKString::CopyBeforeWrite() {
 }
 
 void CKString::Reserve(uint32_t n) {
+  LenSum(n, 0);
   if (IsStaticEmpty()) {
     AllocBuffer(n);
     GetData()->nDataLength = 0;
@@ -100,7 +129,7 @@ void CKString::Reserve(uint32_t n) {
   if (n + 1 > p->nAllocLength) {
     uint32_t nCap = CapacityFor(n);
     KStringData* q = (KStringData*)realloc(p, sizeof(KStringData) + nCap);
-    if (!q) throw CKMemoryException(KSRC_PATH, __LINE__);
+    if (!q) NoMemory(sizeof(KStringData) + (uint64_t)nCap, __LINE__);
     q->nAllocLength = nCap;
     m_pchData = q->data();
   }
@@ -137,7 +166,7 @@ void CKString::Append(uint32_t n, const char* p) {
   uint32_t nLen = d->nDataLength;
   // Private block with room: the common case of a run of appends. (The empty
   // representation has capacity 0 and never takes this path.)
-  if (d->nRefs == 1 && nLen + n < d->nAllocLength) {
+  if (d->nRefs == 1 && (uint64_t)nLen + n < d->nAllocLength) {
     memmove(m_pchData + nLen, p, n);
     d->nDataLength = nLen + n;
     m_pchData[nLen + n] = 0;
@@ -146,10 +175,10 @@ void CKString::Append(uint32_t n, const char* p) {
   // p may lie inside our own block, which Reserve may move.
   if (p >= m_pchData && p <= m_pchData + nLen && !IsStaticEmpty()) {
     size_t nOff = (size_t)(p - m_pchData);
-    Reserve(nLen + n);
+    Reserve(LenSum(nLen, n));
     p = m_pchData + nOff;
   } else {
-    Reserve(nLen + n);
+    Reserve(LenSum(nLen, n));
   }
   memmove(m_pchData + nLen, p, n);
   GetData()->nDataLength = nLen + n;
@@ -166,7 +195,7 @@ CKString::CKString(const CKString& s) {
 CKString::CKString(const char* s) {
   Init();
   if (s && *s) {
-    uint32_t n = (uint32_t)strlen(s);
+    uint32_t n = LenSum(strlen(s), 0);
     AllocBuffer(n);
     memcpy(m_pchData, s, n);
   }
@@ -177,7 +206,7 @@ CKString::CKString(const unsigned char* s) : CKString((const char*)s) {}
 CKString::CKString(const CString& s) {
   Init();
   if (!s.empty()) {
-    AllocBuffer((uint32_t)s.size());
+    AllocBuffer(LenSum(s.size(), 0));
     memcpy(m_pchData, s.data(), s.size());
   }
 }
@@ -201,7 +230,7 @@ CKString& CKString::operator=(const CKString& s) {
 }
 
 CKString& CKString::operator=(const char* s) {
-  AssignCopy(s ? (uint32_t)strlen(s) : 0, s);
+  AssignCopy(s ? LenSum(strlen(s), 0) : 0, s);
   return *this;
 }
 
@@ -213,7 +242,7 @@ CKString& CKString::operator=(char c) {
 }
 
 CKString& CKString::operator=(const CString& s) {
-  AssignCopy((uint32_t)s.size(), s.data());
+  AssignCopy(LenSum(s.size(), 0), s.data());
   return *this;
 }
 
@@ -226,7 +255,7 @@ CKString& CKString::operator+=(const CKString& s) {
 }
 
 CKString& CKString::operator+=(const char* s) {
-  if (s && *s) Append((uint32_t)strlen(s), s);
+  if (s && *s) Append(LenSum(strlen(s), 0), s);
   return *this;
 }
 
@@ -242,7 +271,7 @@ CKString& CKString::operator+=(char c) {
 }
 
 CKString& CKString::operator+=(const CString& s) {
-  Append((uint32_t)s.size(), s.data());
+  Append(LenSum(s.size(), 0), s.data());
   return *this;
 }
 
@@ -256,7 +285,7 @@ void CKString::KConcatInPlace(char c) { *this += c; }
 static CKString Concat(const char* a, uint32_t na, const char* b, uint32_t nb) {
   CKString s;
   if (na + nb == 0) return s;
-  char* p = s.GetBuffer(na + nb);
+  char* p = s.GetBuffer(LenSum(na, nb));
   memcpy(p, a, na);
   memcpy(p + na, b, nb);
   s.ReleaseBuffer(na + nb);
@@ -271,12 +300,12 @@ CKString operator+(const CKString& a, const CKString& b) {
 
 CKString operator+(const CKString& a, const char* b) {
   if (!b || !*b) return a;
-  return Concat(a, a.GetLength(), b, (uint32_t)strlen(b));
+  return Concat(a, a.GetLength(), b, LenSum(strlen(b), 0));
 }
 
 CKString operator+(const char* a, const CKString& b) {
   if (!a || !*a) return b;
-  return Concat(a, (uint32_t)strlen(a), b, b.GetLength());
+  return Concat(a, LenSum(strlen(a), 0), b, b.GetLength());
 }
 
 CKString operator+(const CKString& a, char c) { return Concat(a, a.GetLength(), &c, 1); }
@@ -284,7 +313,7 @@ CKString operator+(const CKString& a, char c) { return Concat(a, a.GetLength(), 
 CKString operator+(char c, const CKString& b) { return Concat(&c, 1, b, b.GetLength()); }
 
 CKString operator+(const CKString& a, const CString& b) {
-  return Concat(a, a.GetLength(), b.data(), (uint32_t)b.size());
+  return Concat(a, a.GetLength(), b.data(), LenSum(b.size(), 0));
 }
 
 // ---------------------------------------------------------------- comparison
@@ -322,7 +351,14 @@ int KStrCompareLengthFirst(const CKString& a, const CKString& b, int bNoCase) {
 // ---------------------------------------------------------------- buffer access
 void CKString::Empty() { Release(); }
 
+char CKString::OutOfRange() {
+  KAssertReport("i<=GetLength()", KSRC_PATH, __LINE__, KASSERT_RETURN_VALUE);
+  return 0;
+}
+
 void CKString::SetAt(unsigned i, char c) {
+  // Past the text lie the terminator, or the shared empty text: never written.
+  KASSERT_RET(i<GetLength());
   CopyBeforeWrite();
   m_pchData[i] = c;
 }
@@ -346,12 +382,27 @@ char* CKString::GetBufferSetLength(unsigned n) {
 void CKString::ReleaseBuffer() {
   if (IsStaticEmpty()) return;
   CopyBeforeWrite();
-  GetData()->nDataLength = (uint32_t)strlen(m_pchData);
+  // A caller that wrote over the last byte still gets a terminated text.
+  KStringData* d = GetData();
+  const char* pEnd = (const char*)memchr(m_pchData, 0, d->nAllocLength);
+  uint32_t n = pEnd ? (uint32_t)(pEnd - m_pchData) : d->nAllocLength - 1;
+  m_pchData[n] = 0;
+  d->nDataLength = n;
 }
 
 void CKString::ReleaseBuffer(unsigned n) {
-  if (IsStaticEmpty()) return;
+  if (IsStaticEmpty()) {
+    KASSERT(n==0||n==0xFFFFFFFF);
+    return;
+  }
+  // 0xFFFFFFFF (-1) asks for the text's own length, as with the framework
+  // string; any other length past the block is refused for it.
   CopyBeforeWrite();
+  if (n >= GetData()->nAllocLength) {
+    if (n != 0xFFFFFFFFu) KASSERT(n<GetData()->nAllocLength);
+    ReleaseBuffer();
+    return;
+  }
   GetData()->nDataLength = n;
   m_pchData[n] = 0;
 }
@@ -432,17 +483,20 @@ BOOL AfxExtractSubString(CKString& out, const char* szFull, int n, char cSep) {
     return FALSE;
   }
   while (n-- > 0) {
-    szFull = strchr(szFull, cSep);
+    // A zero separator is the terminator: the text is one field.
+    szFull = cSep ? strchr(szFull, cSep) : nullptr;
     if (!szFull) {
       out.Empty();
       return FALSE;
     }
     ++szFull;
   }
-  const char* pEnd = strchr(szFull, cSep);
-  unsigned nLen = pEnd ? (unsigned)(pEnd - szFull) : (unsigned)strlen(szFull);
-  char* p = out.GetBufferSetLength(nLen);
-  memcpy(p, szFull, nLen);
+  const char* pEnd = cSep ? strchr(szFull, cSep) : nullptr;
+  size_t nLen = pEnd ? (size_t)(pEnd - szFull) : strlen(szFull);
+  // Built apart: full may be out's own text.
+  CKString field;
+  if (nLen) memcpy(field.GetBufferSetLength(LenSum(nLen, 0)), szFull, nLen);
+  out = field;
   return TRUE;
 }
 
@@ -451,7 +505,7 @@ int CKString::Insert(unsigned i, char c) {
   char s[2] = {c, 0};
   uint32_t nLen = GetLength();
   if (i > nLen) i = nLen;
-  Reserve(nLen + 1);
+  Reserve(LenSum(nLen, 1));
   memmove(m_pchData + i + 1, m_pchData + i, nLen - i + 1);
   m_pchData[i] = s[0];
   GetData()->nDataLength = nLen + 1;
@@ -461,7 +515,7 @@ int CKString::Insert(unsigned i, char c) {
 int CKString::Insert(unsigned i, const char* s) {
   uint32_t nLen = GetLength();
   if (!s || !*s) return (int)nLen;
-  uint32_t n = (uint32_t)strlen(s);
+  uint32_t n = LenSum(strlen(s), 0);
   if (i > nLen) i = nLen;
   // The inserted text may come from this very string.
   CKString tmp;
@@ -469,7 +523,7 @@ int CKString::Insert(unsigned i, const char* s) {
     tmp = CKString(s);
     s = tmp;
   }
-  Reserve(nLen + n);
+  Reserve(LenSum(nLen, n));
   memmove(m_pchData + i + n, m_pchData + i, nLen - i + 1);
   memcpy(m_pchData + i, s, n);
   GetData()->nDataLength = nLen + n;
@@ -505,7 +559,7 @@ int CKString::Replace(char cOld, char cNew) {
 int CKString::Replace(const char* szOld, const char* szNew) {
   if (!szOld || !*szOld) return 0;
   if (!szNew) szNew = "";
-  uint32_t nOld = (uint32_t)strlen(szOld), nNew = (uint32_t)strlen(szNew);
+  uint32_t nOld = LenSum(strlen(szOld), 0), nNew = LenSum(strlen(szNew), 0);
   uint32_t nLen = GetLength();
   // Count over the whole length, also past embedded terminators.
   int nCount = 0;
@@ -531,7 +585,7 @@ int CKString::Replace(const char* szOld, const char* szNew) {
     tmpOld = CKString(szOld);
     szOld = tmpOld;
   }
-  uint32_t nNewLen = nLen + (uint32_t)nCount * nNew - (uint32_t)nCount * nOld;
+  uint32_t nNewLen = LenSum(nLen + (uint64_t)nCount * nNew - (uint64_t)nCount * nOld, 0);
   Reserve(nNewLen > nLen ? nNewLen : nLen);
   char* pS = m_pchData;
   char* pE = m_pchData + nLen;
@@ -612,6 +666,23 @@ void CKString::Format(const char* szFormat, ...) {
   va_end(args);
 }
 
+namespace {
+
+// A decimal count of a format, saturated rather than overflowing.
+int ReadCount(const char*& p) {
+  long long n = 0;
+  for (; *p >= '0' && *p <= '9'; ++p)
+    if (n <= INT_MAX) n = n * 10 + (*p - '0');
+  return n > INT_MAX ? INT_MAX : (int)n;
+}
+
+inline size_t AtLeast(size_t n, int nWidth, int nPrecision) {
+  size_t m = (size_t)nWidth + (size_t)nPrecision;
+  return n > m ? n : m;
+}
+
+}  // namespace
+
 // Measures an upper bound of the output first, then formats once into a
 // block of that size.
 void CKString::FormatV(const char* szFormat, va_list argList) {
@@ -619,6 +690,12 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
     AssignCopy(0, nullptr);
     return;
   }
+  // Texts read from this string's own block (the format or a %s argument)
+  // must outlive the write, which may move or overwrite the block.
+  const char* pOwn = IsStaticEmpty() ? nullptr : m_pchData;
+  const char* pOwnEnd = pOwn ? pOwn + GetData()->nAllocLength : nullptr;
+  bool bAlias = pOwn && szFormat >= pOwn && szFormat < pOwnEnd;
+
   va_list args;
   va_copy(args, argList);
   size_t nMaxLen = 0;
@@ -639,24 +716,26 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
       else
         break;
     }
-    if (nWidth == 0) {
-      nWidth = atoi(p);
-      while (*p >= '0' && *p <= '9') ++p;
-    }
-    if (nWidth < 0) nWidth = -nWidth;
+    if (nWidth == 0) nWidth = ReadCount(p);
+    if (nWidth < 0) nWidth = nWidth == INT_MIN ? INT_MAX : -nWidth;
     int nPrecision = 0;
+    bool bPrecision = false;
     if (*p == '.') {
+      bPrecision = true;
       ++p;
       if (*p == '*') {
         nPrecision = va_arg(args, int);
         ++p;
       } else {
-        nPrecision = atoi(p);
-        while (*p >= '0' && *p <= '9') ++p;
+        nPrecision = ReadCount(p);
       }
-      if (nPrecision < 0) nPrecision = 0;
+      if (nPrecision < 0) {
+        nPrecision = 0;
+        bPrecision = false;  // a negative precision counts as none
+      }
     }
-    // Size prefixes: remember them so the right argument type is consumed.
+    // Size prefixes: remembered so that each argument is read with its type.
+    // 'F' is not among them here: the C formatter reads it as a conversion.
     int nSize = 0;  // 1 = long, 2 = long long, 3 = long double, 4 = short, 5 = size_t/ptrdiff
     for (;; ++p) {
       if (*p == 'h') nSize = 4;
@@ -664,7 +743,7 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
       else if (*p == 'L') nSize = 3;
       else if (*p == 'z' || *p == 't' || *p == 'j') nSize = 5;
       else if (*p == 'q') nSize = 2;
-      else if (*p == 'F' || *p == 'N' || *p == 'I') {
+      else if (*p == 'N' || *p == 'I') {
         // 'I64' style prefixes as written on the other platform.
         if (*p == 'I' && p[1] == '6' && p[2] == '4') {
           nSize = 2;
@@ -674,22 +753,34 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
         break;
     }
     if (!*p) break;
-    switch (*p) {
+    char cConv = *p;
+    if (nSize == 1 && (cConv == 's' || cConv == 'c')) cConv = (char)(cConv - 'a' + 'A');  // %ls, %lc
+    switch (cConv) {
       case 'c':
-      case 'C':
         nItemLen = 2;
+        (void)va_arg(args, int);
+        break;
+      case 'C':
+        // A wide character can take up to MB_LEN_MAX bytes once narrowed.
+        nItemLen = MB_LEN_MAX > 2 ? MB_LEN_MAX : 2;
         (void)va_arg(args, int);
         break;
       case 's': {
         const char* s = va_arg(args, const char*);
-        nItemLen = s ? strlen(s) : 6;  // "(null)"
+        if (!s) {
+          nItemLen = 6;  // "(null)"
+        } else {
+          if (pOwn && s >= pOwn && s < pOwnEnd) bAlias = true;
+          // With a precision the text need not be terminated.
+          const char* pZero = bPrecision ? (const char*)memchr(s, 0, (size_t)nPrecision) : nullptr;
+          nItemLen = !bPrecision ? strlen(s) : pZero ? (size_t)(pZero - s) : (size_t)nPrecision;
+        }
         if (nItemLen < 1) nItemLen = 1;
         break;
       }
       case 'S': {
         const wchar_t* s = va_arg(args, const wchar_t*);
-        // A wide character can take up to MB_LEN_MAX bytes once narrowed.
-        nItemLen = s ? wcslen(s) * MB_LEN_MAX : 6;
+        nItemLen = !s ? 6 : bPrecision ? (size_t)nPrecision : wcslen(s) * MB_LEN_MAX;
         if (nItemLen < 1) nItemLen = 1;
         break;
       }
@@ -703,8 +794,7 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
         else if (nSize == 1) (void)va_arg(args, long);
         else if (nSize == 5) (void)va_arg(args, size_t);
         else (void)va_arg(args, int);
-        nItemLen = 32;
-        if (nItemLen < (size_t)(nWidth + nPrecision)) nItemLen = (size_t)(nWidth + nPrecision);
+        nItemLen = AtLeast(32, nWidth, nPrecision);
         break;
       case 'e':
       case 'E':
@@ -714,24 +804,20 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
       case 'A':
         if (nSize == 3) (void)va_arg(args, long double);
         else (void)va_arg(args, double);
-        nItemLen = 128;
-        if (nItemLen < (size_t)(nWidth + nPrecision)) nItemLen = (size_t)(nWidth + nPrecision);
+        nItemLen = AtLeast(128, nWidth, nPrecision);
         break;
       case 'f':
       case 'F': {
-        double f = (nSize == 3) ? (double)va_arg(args, long double) : va_arg(args, double);
-        size_t nTmp = (size_t)(nWidth > 318 + nPrecision ? nWidth : 318 + nPrecision);
-        char* pTmp = (char*)malloc(nTmp + 1);
-        if (!pTmp) throw CKMemoryException(KSRC_PATH, __LINE__);
-        int n = snprintf(pTmp, nTmp + 1, "%*.*f", nWidth, nPrecision + 6, f);
-        nItemLen = n > 0 ? (size_t)n : 0;
-        free(pTmp);
+        // The length of the number printed with 6 more decimals than asked.
+        int nDecimals = nPrecision > INT_MAX - 6 ? INT_MAX : nPrecision + 6;
+        int n = nSize == 3 ? snprintf(nullptr, 0, "%*.*Lf", nWidth, nDecimals, va_arg(args, long double))
+                           : snprintf(nullptr, 0, "%*.*f", nWidth, nDecimals, va_arg(args, double));
+        nItemLen = n >= 0 ? (size_t)n : (size_t)kMaxLength + 1;
         break;
       }
       case 'p':
         (void)va_arg(args, void*);
-        nItemLen = 32;
-        if (nItemLen < (size_t)(nWidth + nPrecision)) nItemLen = (size_t)(nWidth + nPrecision);
+        nItemLen = AtLeast(32, nWidth, nPrecision);
         break;
       case 'n':
         (void)va_arg(args, int*);
@@ -743,20 +829,35 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
   }
   va_end(args);
 
+  if (bAlias) {
+    CKString strOut;
+    strOut.FormatV(szFormat, argList);
+    *this = strOut;
+    return;
+  }
   // The bound holds for every conversion listed above; an unknown one is
   // caught by the returned length and formatted again.
   for (;;) {
-    char* pBuf = GetBuffer((unsigned)nMaxLen);
+    if (nMaxLen > kMaxLength) {
+      AssignCopy(0, nullptr);
+      KASSERT_RET(nMaxLen<=kMaxLength);
+    }
     va_list args2;
     va_copy(args2, argList);
+    char c;
+    // Nothing to print needs no block: the empty text stays shared.
+    char* pBuf = nMaxLen ? GetBuffer((unsigned)nMaxLen) : &c;
     int n = vsnprintf(pBuf, nMaxLen + 1, szFormat, args2);
     va_end(args2);
     if (n < 0) {
-      ReleaseBuffer(0);
-      return;
+      AssignCopy(0, nullptr);
+      KASSERT_RET(n>=0);
     }
     if ((size_t)n <= nMaxLen) {
-      ReleaseBuffer((unsigned)n);
+      if (nMaxLen)
+        ReleaseBuffer((unsigned)n);
+      else
+        AssignCopy(0, nullptr);
       return;
     }
     nMaxLen = (size_t)n;
@@ -810,8 +911,11 @@ void KStringTableClear() {
 // cut, so the buffer grows by 256 and the read is repeated.
 BOOL CKString::LoadString(unsigned nID) {
   char szTemp[256];
+  szTemp[0] = 0;
   int nLen = g_pLoader(nID, szTemp, 256);
+  if (nLen < 0) nLen = 0;  // a failing loader has no such string
   if (256 - nLen >= 3) {
+    szTemp[nLen] = 0;
     *this = szTemp;
     if (nLen == 0) Empty();
     return nLen > 0;
@@ -820,6 +924,7 @@ BOOL CKString::LoadString(unsigned nID) {
   do {
     nSize += 256;
     nLen = g_pLoader(nID, GetBuffer((unsigned)(nSize - 1)), nSize);
+    if (nLen < 0) nLen = 0;
   } while (nSize - nLen < 3);
   ReleaseBuffer((unsigned)nLen);
   return nLen > 0;

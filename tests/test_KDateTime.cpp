@@ -426,19 +426,24 @@ TEST(KListDateTime, Operations) {
   EXPECT_TRUE(l.Count() == 7 && l.Get(5).IsNull() && l.Get(6) == a);
   l.Delete(5);
   EXPECT_TRUE(l.Count() == 6 && l.Get(5) == a);
+  // Setting past the count clears the slots in between, even vacated ones.
+  EXPECT_EQ(7, l.Set(7, c));
+  EXPECT_TRUE(l.Get(6).IsNull() && !l.PileGet(6) && l.Get(7) == c);
+  CKTestLog log;
+  EXPECT_TRUE(l.Set(INT_MAX - 5, a) == -1 && l.Count() == 8);  // refused, copy freed
+  EXPECT_EQ("ERROR => CKListDateTime: the list cannot grow", log.Last());
 
-  // Assignment duplicates the elements; copy construction shares the array.
+  // Copies, by assignment or construction, own their elements.
   CKListDateTime copy;
   copy.Add(c);
   copy = l;
-  ASSERT_EQ(l.Count(), copy.Count());
+  const CKListDateTime built(l);
+  ASSERT_TRUE(l.Count() == copy.Count() && l.Count() == built.Count());
   for (int i = 0; i < l.Count(); ++i) {
-    EXPECT_TRUE(copy.Get(i) == l.Get(i));
-    EXPECT_TRUE(copy.PileGet(i) != l.PileGet(i) || !l.PileGet(i));
+    EXPECT_TRUE(copy.Get(i) == l.Get(i) && built.Get(i) == l.Get(i));
+    void* pOwn = l.PileGet(i);
+    EXPECT_TRUE(!pOwn || (copy.PileGet(i) != pOwn && built.PileGet(i) != pOwn));
   }
-  alignas(CKListDateTime) unsigned char raw[sizeof(CKListDateTime)];
-  CKListDateTime* pShared = new (raw) CKListDateTime(copy);  // never destroyed
-  EXPECT_EQ(copy.PileGetData(), pShared->PileGetData());
 
   CKListDateTime target;
   target.Add(b);
@@ -447,6 +452,8 @@ TEST(KListDateTime, Operations) {
   EXPECT_TRUE(target.Count() == l.Count() && target.Get(0) == a);
   EXPECT_TRUE(target.PreAlloc(3));
   EXPECT_TRUE(target.Count() == 3 && target.Get(2).IsNull() && target.PileGet(2) != nullptr);
+  EXPECT_FALSE(target.PreAlloc(INT_MAX));  // no room: refused, not written past the block
+  EXPECT_EQ(0, target.Count());
   target.Empty();
   l.DeleteAll();
   EXPECT_TRUE(target.Count() == 0 && l.Count() == 0 && l.PileGetData() == nullptr);

@@ -80,7 +80,7 @@ TEST_F(FastListTest, LossyInsertAndOffByOneSet) {
   EXPECT_EQ("b|b", Text(l));
 
   CKFastList f;
-  f.Add("a");
+  EXPECT_EQ(0, f.Set(0, "a"));  // no array yet: past the size, so it extends
   f.Add("b");
   EXPECT_EQ(2, f.Set(2, "z"));  // writes the parked slot only
   EXPECT_EQ(2, f.Count());
@@ -127,6 +127,8 @@ TEST_F(FastListTest, CopiesShareStorage) {
   l.CopyAndRemove(other, 2, TRUE);
   EXPECT_EQ("x|y", Text(other));
   EXPECT_EQ("z|x|y|z", Text(l));
+  l.CopyAndRemove(l, 1, FALSE);  // its own target: the first one goes last
+  EXPECT_EQ("x|y|z|z", Text(l));
   other.RealDeleteAll();
 }
 

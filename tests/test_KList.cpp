@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <string>
 
 #include <base/classes/list/KList.h>
+#include <base/tools/KException.h>
 #include <base/tools/KStr.h>
 
 #include "KTestLog.h"
@@ -115,6 +117,8 @@ TEST_F(KListTest, SetInsertDelete) {
   m.Delete(-1);  // passes the check, removes nothing
   ASSERT_EQ(1u, tools.Asserts().size());
   EXPECT_EQ("Assertion failed (nIndex<Count()) in src/KList on line 79. Continue...", tools.Asserts()[0]);
+  EXPECT_THROW(m.Set(INT_MAX, "w"), CKMemoryException);
+  EXPECT_THROW(m.Set(400000000, "w"), CKMemoryException);  // past 2 GiB of slots
   EXPECT_EQ(7, m.Count());
 
   m.SetCount(-5);
@@ -187,6 +191,10 @@ TEST_F(KListTest, MovingElements) {
   EXPECT_EQ("d", Join(t));
   EXPECT_EQ(0, l.Count());
 
+  l = Make({"a", "b", "c"});
+  l.CopyAndRemove(l, 2, FALSE);
+  EXPECT_EQ("c|a|b", Join(l));
+
   l = Make({"1", "2"});
   l.SetStep(16);
   t.PileSetSortFunc(nullptr);
@@ -200,7 +208,6 @@ TEST_F(KListTest, MovingElements) {
   EXPECT_EQ(1, p.PreAlloc(130));
   EXPECT_EQ(130, p.Count());
   EXPECT_EQ(256, p.PileSize());
-  EXPECT_EQ(0, p.Find(""));
 }
 
 TEST_F(KListTest, CircularListWraps) {

@@ -173,6 +173,8 @@ TEST(KListParamValue, AddListAndSorting) {
   byLen.FromString("a=xx;b=x;c=xxxx;d=xxx", '=', ';');
   byLen.Sort(&ByValueLengthDesc);
   EXPECT_EQ(byLen.ToString('=', ';'), "c=xxxx;d=xxx;a=xx;b=x");
+  byLen.Sort([](int, int, const CKListParamValue&) { return 1; });  // must end
+  EXPECT_EQ(byLen.Count(), 4);
 }
 
 TEST(KListParamValueInt, CountingCopiesAndSorting) {

@@ -76,7 +76,13 @@ TEST(KPile, CheckSizeRules) {
   errno = 0;
   EXPECT_EQ(256, p.PileSize());
   for (int i = 128; i < 256; i++) ASSERT_EQ(nullptr, p.PileGetData()[i]);
+  void** pOld = p.PileGetData();
+  p.data.elts = 300000000;  // past 2 GiB: refused, array and size untouched
+  EXPECT_EQ(0, p.CheckSize());
+  EXPECT_EQ(256, p.PileSize());
+  EXPECT_EQ(pOld, p.PileGetData());
   p.data.elts = 0;
+  EXPECT_EQ(-1, p.PileSetNoCheck(256, P(1)));
 
   // Shrinking tests the old pointer: no array counts as a failure.
   KPile r;
@@ -84,6 +90,7 @@ TEST(KPile, CheckSizeRules) {
   r.size = 512;
   EXPECT_EQ(0, KPileCheckSize(&r));
   EXPECT_EQ(128, r.size);
+  for (int i = 0; i < 128; i++) ASSERT_EQ(nullptr, r.ptr[i]);
   KPileEmpty(&r);
 }
 
@@ -195,7 +202,6 @@ TEST(KPtrList, NonOwning) {
     l.Add(&b);
     EXPECT_EQ(0, l.InsertAt(-1, &c));
     EXPECT_EQ(&a, l.GetAt(1));
-    EXPECT_EQ(2, l.Find(&b));
     CKPtrList<Counted> copy(l);
     EXPECT_EQ(0, l.Remove(&c));
     EXPECT_EQ(3, copy.Count());

@@ -27,11 +27,9 @@ TEST(KStr, JoinAndNumbers) {
   EXPECT_STREQ(KStr(-9223372036854775807LL - 1), "-9223372036854775808");
 
   EXPECT_EQ(KInt2("", 7), 7);
-  EXPECT_EQ(KInt2(nullptr, 7), 7);
   EXPECT_EQ(KInt2("x", 7), 0);
 
   EXPECT_EQ(KIsStrictInt("-12"), 1);
-  EXPECT_EQ(KIsStrictInt("0"), 1);
   for (const char* s : {"-", "1 ", " 1", "+1", "", "1-2", "--1", "1.0"}) EXPECT_EQ(KIsStrictInt(s), 0) << s;
   EXPECT_EQ(KIsStrictInt(nullptr), 0);
 }
@@ -117,7 +115,6 @@ TEST(KStr, ParseRuns) {
   EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one two", " ", 2), "");
   EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), " one", ' ', 0), "");
   EXPECT_STREQ(KStrParseNth("a;b;;c", ';', 2), "c");
-  EXPECT_STREQ(KStrParseNth("a;b", ";", -1), "");
 }
 
 TEST(KStr, ParseFields) {
@@ -148,26 +145,22 @@ TEST(KStr, Lines) {
 
 TEST(KStr, Shaping) {
   EXPECT_STREQ(KTrim(" \t a b\r\n"), "a b");
-  EXPECT_STREQ(KTrim(" \n "), "");
   EXPECT_STREQ(KTrim("\va\v"), "\va\v");  // only space, tab, CR and LF
 
   EXPECT_STREQ(KStrPad("42", 5, '0', TRUE), "00042");
   EXPECT_STREQ(KStrPad("ab", 4), "ab  ");
   EXPECT_STREQ(KStrPad("abcdef", 4), "abcdef");
 
-  EXPECT_STREQ(KStrSmart("hello world", 20), "hello world");
   EXPECT_STREQ(KStrSmart("hello world foo", 10), "hello...");
   EXPECT_STREQ(KStrSmart("abcdefghijkl", 8), "abcde...");
   EXPECT_STREQ(KStrSmart("abcdef", 3), "abc");
 
   EXPECT_STREQ(KStrSize(1023), "1023 B");
   EXPECT_STREQ(KStrSize(1024), "1.0 KB");
-  EXPECT_STREQ(KStrSize(1536), "1.5 KB");
   EXPECT_STREQ(KStrSize(10 * 1024 + 300), "10 KB");
   EXPECT_STREQ(KStrSize(1024 * 1024 - 1), "1.0 MB");  // rounding moves up a unit
   EXPECT_STREQ(KStrSize(~0ULL), "16 EB");
   EXPECT_STREQ(KStrBytesPerSec(3 * 1024 * 1024, 2000), "1.5 MB/s");
-  EXPECT_STREQ(KStrBytesPerSec(500, 1000), "500 B/s");
   EXPECT_STREQ(KStrBytesPerSec(2, 0), "2.0 KB/s");  // 0 ms counts as 1 ms
 }
 

@@ -8,24 +8,21 @@
 #include <vector>
 
 #include <base/tools/KSync.h>
-#include <base/tools/KTools.h>
+
+#include "KTestLog.h"
 
 using namespace std::chrono_literals;
 
 namespace {
 
-// Collects log lines and debugger output while installed.
-struct CaptureTools : CKTools {
-  CaptureTools() { KToolsInit(this); }
-  ~CaptureTools() override { KToolsInit(nullptr); }
-  void Log(const char* s, int) override { Add(log, s); }
-  void DebugOutput(const char* s) override { Add(debug, s); }
-  void Add(std::vector<std::string>& v, const char* s) {
+// Also collects the debugger output.
+struct CaptureTools : CKTestLog {
+  void DebugOutput(const char* s) override {
     std::lock_guard<std::mutex> g(mutex);
-    v.push_back(s);
+    debug.push_back(s);
   }
   std::mutex mutex;
-  std::vector<std::string> log, debug;
+  std::vector<std::string> debug;
 };
 
 struct RotProbe : CKRot {
@@ -88,20 +85,23 @@ TEST(KSync, WaitableSectionWaitBudget) {
   EXPECT_FALSE(ws.Wait(dw));
   EXPECT_EQ(20ul, dw);  // a time-out leaves the budget alone
 
-  // A successful wait takes the time spent out of the budget.
-  std::promise<void> never;
+  // A successful wait takes the time spent out of the budget. The setter
+  // holds back 40 ms from the moment the waiter is about to wait.
+  std::promise<void> go, never;
   std::thread setter([&] {
+    go.get_future().wait();
     never.get_future().wait_for(40ms);
-      ws.Lock(FALSE);
+    ws.Lock(FALSE);
     ws.Unlock(TRUE);  // free-wait sets the event
   });
   auto t0 = std::chrono::steady_clock::now();
   dw = 5000;
+  go.set_value();
   EXPECT_TRUE(ws.Wait(dw));
   auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
                 std::chrono::steady_clock::now() - t0).count();
   setter.join();
-  EXPECT_LE(dw, 5000ul - 30);
+  EXPECT_LE(dw, 5000ul - 20);
   EXPECT_GE(dw + 2, 5000ul - (unsigned long)ms);
   dw = INFINITE;  // the event stays set until a reset-wait
   EXPECT_TRUE(ws.Wait(dw));
@@ -150,8 +150,8 @@ TEST(KSync, SharedAndExclusiveLocks) {
   CKLockSWS none(nullptr, TRUE, 0);
   EXPECT_TRUE(none.IsLocked());
   EXPECT_FALSE(none.Unlock());
-  ASSERT_EQ(1u, tools.log.size());
-  EXPECT_EQ(0u, tools.log[0].find("Assertion failed (pSWS != NULL) in src/KTools on line "));
+  ASSERT_EQ(1u, tools.Count());
+  EXPECT_TRUE(tools.LastIsAssert("pSWS != NULL", "src/KTools"));
 }
 
 TEST(KSync, RotRegistryAndReferences) {
@@ -185,8 +185,8 @@ TEST(KSync, RotRegistryAndReferences) {
   EXPECT_TRUE(!rot->GetView("t.wnd") && rot->GetWnd("t.view") == &view && !rot->GetPtr("t.wnd"));
   EXPECT_FALSE(rot->Register("t.wnd", &view, 0, &pFound, TRUE));  // not counted
   EXPECT_EQ(&wnd, pFound);
-  ASSERT_EQ(1u, tools.log.size());
-  EXPECT_EQ(0u, tools.log[0].find("Assertion failed (pReffedObj != NULL) in src/KTools on line "));
+  ASSERT_EQ(1u, tools.Count());
+  EXPECT_TRUE(tools.LastIsAssert("pReffedObj != NULL", "src/KTools"));
   rot->Unregister("t.wnd");
   rot->Unregister("t.view");
 

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdio>
 #include <future>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -13,21 +12,11 @@
 #include <base/tools/KMessage.h>
 #include <base/tools/KSync.h>
 #include <base/tools/KThread.h>
-#include <base/tools/KTools.h>
 #include <lang/KLangList.h>
 
-namespace {
+#include "KTestLog.h"
 
-struct CaptureTools : CKTools {
-  CaptureTools() { KToolsInit(this); }
-  ~CaptureTools() override { KToolsInit(nullptr); }
-  void Log(const char* s, int) override {
-    std::lock_guard<std::mutex> g(mutex);
-    lines.push_back(s);
-  }
-  std::mutex mutex;
-  std::vector<std::string> lines;
-};
+namespace {
 
 typedef std::vector<std::pair<WPARAM, LPARAM>> Notices;
 
@@ -80,7 +69,7 @@ struct SelfDeleting : CKThread {
 }  // namespace
 
 TEST(KThread, CallbackRunsUntilStopAndWaitAndNotifies) {
-  CaptureTools tools;
+  CKTestLog tools;
   g_seen.started = std::promise<void>();
   Notices notices;
   HWND h = KMessageTargetCreate(NoticeProc, &notices);
@@ -125,8 +114,8 @@ TEST(KThread, CallbackRunsUntilStopAndWaitAndNotifies) {
   th.StopAndWait(5);
   EXPECT_EQ(0, KMessagePump(h, 0));
   KMessageTargetDestroy(h);
-  EXPECT_EQ(std::vector<std::string>{"ERROR => CKThread::Start: the thread is still running"},
-            tools.lines);
+  EXPECT_EQ(CKTestLog::Strings{"ERROR => CKThread::Start: the thread is still running"},
+            tools.Texts());
 }
 
 TEST(KThread, ForcedTermination) {
@@ -155,7 +144,7 @@ TEST(KThread, AutoDeleteAndErrors) {
   gone.get_future().wait();  // the thread deleted its object
 
   // An exception in the body ends the run with an error text, not the process.
-  CaptureTools tools;
+  CKTestLog tools;
   CKThread bad;
   bad.m_bAutoDelete = FALSE;
   ASSERT_TRUE(bad.Start(Thrower, nullptr, 0, 0, nullptr, nullptr));
@@ -163,8 +152,8 @@ TEST(KThread, AutoDeleteAndErrors) {
   bad.StopAndWait(5);
   EXPECT_STREQ("Exception in thread body: boom", bad.GetErrorMsg());
   EXPECT_STREQ("IsStopping,m_pFunc=", CKString(bad.GetDisplay()).Left(19));
-  EXPECT_EQ(std::vector<std::string>{"ERROR => CKThread: Exception in thread body: boom"},
-            tools.lines);
+  EXPECT_EQ(CKTestLog::Strings{"ERROR => CKThread: Exception in thread body: boom"},
+            tools.Texts());
 }
 
 TEST(KThread, Priorities) {
@@ -173,7 +162,7 @@ TEST(KThread, Priorities) {
   EXPECT_STREQ("<null>", KPriorityText(2147483647));
   EXPECT_STREQ("THREAD_PRIORITY n 15", KPriorityText(15));
   // Lowering is always allowed; raising again may be refused.
-  CaptureTools tools;
+  CKTestLog tools;
   int bNormal = FALSE;
   std::thread([&] {
     EXPECT_TRUE(KThreadPrioritySetLowest());
@@ -181,10 +170,10 @@ TEST(KThread, Priorities) {
     EXPECT_TRUE(KThreadPrioritySetIdle());
     bNormal = KThreadPrioritySetNormal();
   }).join();
-  std::vector<std::string> expected{"Priority Set Lowest", "Priority Set Idle",
+  CKTestLog::Strings expected{"Priority Set Lowest", "Priority Set Idle",
                                     bNormal ? "Priority Set Normal"
                                             : "########################### CANNOT SET PRIORITY"};
-  EXPECT_EQ(expected, tools.lines);
+  EXPECT_EQ(expected, tools.Texts());
 }
 
 TEST(KThread, TimerArithmetic) {
@@ -232,8 +221,8 @@ TEST(KThread, TimerArithmetic) {
   CKTimer c(t);
   c.Reset();
   EXPECT_TRUE(c.IsNull() && !t.IsNull());
-  CaptureTools tools;
+  CKTestLog tools;
   c.Trace2Reset("lbl");
-  ASSERT_EQ(1u, tools.lines.size());
-  EXPECT_EQ(0u, tools.lines[0].find("lbl : "));
+  ASSERT_EQ(1u, tools.Count());
+  EXPECT_EQ(0u, tools.Last().find("lbl : "));
 }

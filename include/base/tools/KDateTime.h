@@ -157,12 +157,12 @@ KELVOR_API void KTimerTrace2Reset(const char* szLabel, unsigned long& nStart);
 KELVOR_API void KTimerTrace2Reset(int nLevel, const char* szLabel, unsigned long& nStart);
 
 // ---------------------------------------------------------------- list
-// Pile of owned, individually allocated dates. The copy constructor shares
-// the element array with its source; operator= duplicates the elements.
+// Pile of owned, individually allocated dates. Copies (construction and
+// operator=) duplicate the elements.
 class KELVOR_API CKListDateTime : public CKPile {
 public:
   CKListDateTime() {}
-  CKListDateTime(const CKListDateTime& l) = default;
+  CKListDateTime(const CKListDateTime& l);
   ~CKListDateTime() override;
   CKListDateTime& operator=(const CKListDateTime& l);
 
@@ -185,6 +185,8 @@ public:
 
 private:
   CKDateTime* At(int nIndex) const;
+  // nIndex, or -1 after freeing p when the pile could not take it.
+  int Kept(int nIndex, CKDateTime* p);
 };
 
 #endif  // KELVOR_KDATETIME_H

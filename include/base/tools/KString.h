@@ -61,8 +61,9 @@ public:
   // True only for the shared empty representation, not for length 0.
   BOOL IsEmpty() const { return GetData()->nAllocLength == 0; }
   void Empty();
-  char GetAt(unsigned i) const { return m_pchData[i]; }
-  char operator[](int i) const { return m_pchData[i]; }
+  // Index 0 to the length (the terminator); past it: logged, and 0.
+  char GetAt(unsigned i) const { return i <= GetLength() ? m_pchData[i] : OutOfRange(); }
+  char operator[](int i) const { return (unsigned)i <= GetLength() ? m_pchData[i] : OutOfRange(); }
   void SetAt(unsigned i, char c);
   char* GetBuffer(unsigned n);
   char* GetBufferSetLength(unsigned n);
@@ -109,6 +110,7 @@ public:
   static uint32_t CapacityFor(uint32_t n);
 
 private:
+  static char OutOfRange();
   KStringData* GetData() const { return ((KStringData*)m_pchData) - 1; }
   bool IsStaticEmpty() const;
   void Init();

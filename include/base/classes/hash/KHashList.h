@@ -109,6 +109,8 @@ protected:
   // there is none or no table.
   KHashElt** FindLink(unsigned int nHash, const void* pProbe, KHashEqualFunc pfEqual) const;
   KHashElt** FindLink(void* pKey) const;
+  // The same with HashKey(pKey) already computed.
+  KHashElt** FindLinkHashed(unsigned int nHash, void* pKey) const;
   // Pushes a new element for pKey at the head of its bucket (table created
   // if needed); its value is null.
   KHashElt* InsertElt(unsigned int nHash, void* pKey);

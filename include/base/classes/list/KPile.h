@@ -46,9 +46,8 @@ KELVOR_API void KPileInit(KPile* p);
 KELVOR_API int KPileCheckSize(KPile* p);
 // Same for slots of nWidth bytes. Returns 1 on success, 0 when the heap call
 // counts as failed but the array matches the size field (a stale ENOMEM, or
-// a shrink of a record without array), -1 when growth found no block: the
-// size field then already holds the new value while the array is the old one,
-// so callers that store into the new slots put the size back first.
+// a shrink of a record without array), -1 when growth found no block (or
+// would pass 2 GiB): array and size are then left as they were.
 KELVOR_API int KPileCheckSizeW(KPile* p, unsigned nWidth);
 // Bytes used by the record and its pointer slots.
 KELVOR_API int KPileSizeof(const KPile* p);
@@ -189,6 +188,7 @@ public:
   // Stores v at nIndex, extending the count (new values read as zero).
   int PileSet(int nIndex, const T& v) {
     if (nIndex < 0) nIndex = 0;
+    if (nIndex == 0x7FFFFFFF) return -1;  // the count could not hold it
     if (nIndex >= data.elts) {
       const int nOldCount = data.elts;
       const int nOld = data.size;
@@ -205,9 +205,10 @@ public:
     Slots()[nIndex] = v;
     return nIndex;
   }
-  // The caller guarantees nIndex < PileSize().
+  // The caller guarantees nIndex < PileSize(); past the array it refuses.
   int PileSetNoCheck(int nIndex, const T& v) {
     if (nIndex < 0) nIndex = 0;
+    if (!data.ptr || nIndex >= data.size) return -1;
     if (nIndex >= data.elts) data.elts = nIndex + 1;
     Slots()[nIndex] = v;
     return nIndex;

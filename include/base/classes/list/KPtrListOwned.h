@@ -62,7 +62,7 @@ public:
   void DeleteAll() {
     const int c = data.elts;
     KASSERT_RET_AT(c <= data.size, "c<=data.elts", KPTRLISTOWNED_PATH, 79);
-    for (int i = 0; i < c; i++) {
+    for (int i = 0; i < c && data.ptr; i++) {
       T* p = (T*)data.ptr[i];
       data.ptr[i] = nullptr;
       delete p;
