@@ -46,6 +46,7 @@ int main() {
   int bZipped = 0, bUnzipped = 0;
   mem.Zip(nLen, 9, 64, &bZipped);
   std::printf("  %u bytes zipped to %u (zipped=%d)\n", nLen, mem.Size(), bZipped);
+  // Each "Z_BUF_ERROR" line is one doubling of the room for the expanded bytes.
   mem.Unzip(mem.Size(), &bUnzipped);
   std::printf("  unzipped back to %u bytes (unzipped=%d), first bytes: %.23s\n", mem.Size(),
               bUnzipped, (const char*)mem.GetFromStart(0, 0));

@@ -99,11 +99,11 @@ void CKTools::Log(const char* szText, int nType) {
       KSendMessage(hWnd, KWM_LOG, (WPARAM)nType, (LPARAM)pMsg);
     else if (!KPostMessage(hWnd, KWM_LOG, (WPARAM)nType, (LPARAM)pMsg))
       delete pMsg;
-    if (m_pLogFile) fprintf(m_pLogFile, "%s", (const char*)strLine);
-    return;
+  } else {
+    DebugOutput(strLine);
   }
-  DebugOutput(strLine);
-  if (m_pLogFile) fprintf(m_pLogFile, "%s", (const char*)strLine);
+  FILE* pStream = m_pLogFile;
+  if (pStream) fprintf(pStream, "%s", (const char*)strLine);
 }
 
 void CKTools::LogClear(int nType, int bPost) {

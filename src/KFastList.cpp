@@ -220,6 +220,15 @@ int CKFastList::FindBeginWith(const char* sz, int bNoCase, int) const {
 
 void CKFastList::operator+=(const CKFastList& l) {
   const int n = l.Count();
+  if (&l != this && l.data.ptr && l.data.ptr == data.ptr) {
+    // A shallow copy of this list: its slots are this list's parked ones, and
+    // its array pointer goes stale when this list grows. Texts first.
+    std::vector<CKString> texts;
+    texts.reserve((size_t)n);
+    for (int i = 0; i < n; i++) texts.push_back(l.Get(i));
+    for (const CKString& s : texts) Add(s);
+    return;
+  }
   for (int i = 0; i < n; i++) {
     const CKString* s = l.GetPtr(i);
     if (s)

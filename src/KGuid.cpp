@@ -48,6 +48,8 @@ void Print(char* buf, const char* szFormat, const GUID& g) {
 
 inline const unsigned char* Raw(const GUID& g) { return (const unsigned char*)&g; }
 
+const char* const kNoRoom = "ERROR => CKListGuid: the list cannot grow";
+
 }  // namespace
 
 // ---------------------------------------------------------------- free functions
@@ -223,7 +225,7 @@ CKListGuid& CKListGuid::operator=(const CKListGuid& l) {
     CKGuid* pCopy = p ? new (std::nothrow) CKGuid(*p) : nullptr;
     if (PileAdd(pCopy) < 0) {
       delete pCopy;
-      KLog(KLOG_ASSERT, "CKListGuid: copy incomplete, the list could not grow");
+      KLog(KLOG_ERROR, kNoRoom);
       break;
     }
   }
@@ -237,7 +239,7 @@ int CKListGuid::Add(const CKGuid& g) {
   int i = PileAdd(p);
   if (i < 0) {
     delete p;
-    KLog(KLOG_ASSERT, "CKListGuid::Add: the list could not grow");
+    KLog(KLOG_ERROR, kNoRoom);
   }
   return i;
 }
@@ -248,7 +250,7 @@ void CKListGuid::Set(int i, const CKGuid& g) {
   const int n = PileSet(i, p);
   if (n < 0) {
     delete p;
-    KLog(KLOG_ASSERT, "CKListGuid::Set: the list could not grow");
+    KLog(KLOG_ERROR, kNoRoom);
     return;
   }
   // Slots the pile opened may hold stale pointers of removed elements.

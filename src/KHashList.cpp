@@ -59,23 +59,18 @@ CKHashList& CKHashList::operator=(const CKHashList& src) {
   DeleteAll();
   if (!src.m_pHashTable) return *this;
   InitHashTable((int)src.m_nTableSize, src.m_nPas);
-  // One pool growth for the whole copy instead of one per step.
-  if (src.m_nCount > 0) {
-    long long nNeed = ((long long)src.m_nCount + m_nPas - 1) / m_nPas * m_nPas;
-    GrowPool(nNeed > INT_MAX ? INT_MAX : (int)nNeed, 225);
-  }
-  // Appending at each chain's tail keeps the source's iteration order.
   for (unsigned int b = 0; b < src.m_nTableSize; ++b) {
-    KHashElt** ppTail = &m_pHashTable[b];
     for (KHashElt* pSrc = src.m_pHashTable[b]; pSrc; pSrc = pSrc->pNextElt) {
       void* pKey = nullptr;
       void* pValue = nullptr;
       CopyElement(pKey, pValue, pSrc->pKey, pSrc->pValue);
-      KHashElt* pElt = GetFreeElement();
-      pElt->pKey = pKey;
-      pElt->pValue = pValue;
-      *ppTail = pElt;
-      ppTail = &pElt->pNextElt;
+      try {
+        InsertElt(HashKey(pKey), pKey)->pValue = pValue;
+      } catch (...) {
+        // The pool could not grow: the copies are not in the map yet.
+        DestructElement(pKey, pValue);
+        throw;
+      }
     }
   }
   return *this;
@@ -113,16 +108,16 @@ void CKHashList::InitHashTable(int nTableSize, int nPas) {
 // the lowest on top. Only called with an empty free list, so every existing
 // element sits in a chain: those links and the bucket heads are the only
 // pointers into the pool that a move has to rewrite.
-void CKHashList::GrowPool(int nAdd, unsigned nLine) {
-  if (nAdd <= 0 || m_nAllocated > INT_MAX - nAdd) throw CKMemoryException(KSRC_PATH, nLine);
+void CKHashList::GrowPool(int nAdd) {
+  if (nAdd <= 0 || m_nAllocated > INT_MAX - nAdd) throw CKMemoryException(KSRC_PATH, 225);
   int nOld = m_nAllocated;
   int nNew = nOld + nAdd;
   // The 2 GiB bound of the piles: a wild step fails at once, whatever the
   // system's overcommit policy, instead of zeroing gigabytes.
-  if ((size_t)nNew * sizeof(KHashElt) > (size_t)INT_MAX) throw CKMemoryException(KSRC_PATH, nLine);
+  if ((size_t)nNew * sizeof(KHashElt) > (size_t)INT_MAX) throw CKMemoryException(KSRC_PATH, 225);
   uintptr_t nOldBase = (uintptr_t)m_pElts;
   KHashElt* pPool = (KHashElt*)realloc(m_pElts, (size_t)nNew * sizeof(KHashElt));
-  if (!pPool) throw CKMemoryException(KSRC_PATH, nLine);
+  if (!pPool) throw CKMemoryException(KSRC_PATH, 225);
   m_pElts = pPool;
   m_nAllocated = nNew;
   if (nOldBase && (uintptr_t)pPool != nOldBase) {
@@ -144,7 +139,7 @@ void CKHashList::GrowPool(int nAdd, unsigned nLine) {
 }
 
 KHashElt* CKHashList::GetFreeElement() {
-  if (!m_pFreeList) GrowPool(m_nPas, 225);
+  if (!m_pFreeList) GrowPool(m_nPas);
   KHashElt* pElt = m_pFreeList;
   m_pFreeList = pElt->pNextElt;
   pElt->pNextElt = nullptr;

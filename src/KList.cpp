@@ -357,9 +357,16 @@ int CKList::InsertUniqueAt(int nIndex, const char* sz, int bNoCase) {
 }
 
 int CKList::PreAlloc(int n) {
+  // Meant for an empty list: elements it already has are replaced or cut
+  // off, so they are freed here rather than lost. Slots past the count may
+  // hold stale pointers and are only overwritten.
+  for (int i = data.elts - 1; i >= 0; i--) {
+    delete (CKString*)data.ptr[i];
+    data.ptr[i] = nullptr;
+  }
+  data.elts = 0;
   PileSetSize(n);
   if (n > data.size) throw CKMemoryException(KSRC_PATH, __LINE__);
-  // Meant for an empty list: whatever the slots held is overwritten.
   for (int i = 0; i < n; i++) PileSetNoCheck(i, NewStr("", __LINE__));
   return 1;
 }
@@ -409,6 +416,12 @@ CKListList& CKListList::operator=(const CKListList& l) {
 }
 
 int CKListList::PreAlloc(int n) {
+  // As CKList::PreAlloc: the lists it replaces or cuts off are deleted.
+  for (int i = data.elts - 1; i >= 0; i--) {
+    delete (CKList*)data.ptr[i];
+    data.ptr[i] = nullptr;
+  }
+  data.elts = 0;
   PileSetSize(n);
   if (n > data.size) throw CKMemoryException(KSRC_PATH, __LINE__);
   for (int i = 0; i < n; i++) {

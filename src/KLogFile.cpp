@@ -8,16 +8,40 @@
 
 #include "platform/KPlatform.h"
 
+namespace {
+// A forced termination (deferred cancellation) acts at fopen, fprintf and
+// fclose; held off for one line so the file is always closed and the line
+// whole.
+struct NoCancel {
+  NoCancel() : bOld(kplat::ThreadSetCancelEnabled(false)) {}
+  ~NoCancel() { kplat::ThreadSetCancelEnabled(bOld); }
+  bool bOld;
+};
+}  // namespace
+
 CKLogFile::CKLogFile() {}
 
-// Copies name and stamp; the lock is never shared.
-CKLogFile::CKLogFile(const CKLogFile& o) : m_strFileName(o.m_strFileName), m_dtStamp(o.m_dtStamp) {}
+// Copies name and stamp under the source's lock (a writer may be stamping
+// it); the lock itself is never shared.
+CKLogFile::CKLogFile(const CKLogFile& o) {
+  CKCriticalSectionLock lock(&o.m_cs);
+  m_strFileName = o.m_strFileName;
+  m_dtStamp = o.m_dtStamp;
+}
 
 CKLogFile& CKLogFile::operator=(const CKLogFile& o) {
-  if (this != &o) {
-    m_strFileName = o.m_strFileName;
-    m_dtStamp = o.m_dtStamp;
+  if (this == &o) return *this;
+  CKString strName;
+  CKDateTime dtStamp;
+  {
+    CKCriticalSectionLock lock(&o.m_cs);
+    strName = o.m_strFileName;
+    dtStamp = o.m_dtStamp;
   }
+  // One lock at a time: a = b and b = a on two threads cannot deadlock.
+  CKCriticalSectionLock lock(&m_cs);
+  m_strFileName = strName;
+  m_dtStamp = dtStamp;
   return *this;
 }
 
@@ -29,6 +53,7 @@ void CKLogFile::SetFileName(const char* szName) {
 }
 
 void CKLogFile::Write(const char* szFormat, va_list args, int bNewLine) {
+  NoCancel noCancel;
   CKCriticalSectionLock lock(&m_cs);
   m_dtStamp.CurrentDate();
   FILE* f = fopen(m_strFileName, "a+");
@@ -54,6 +79,7 @@ void CKLogFile::LogNoCR(const char* szFormat, ...) {
 }
 
 void CKLogFile::LogNoCRWithThreadID(const char* szText) {
+  NoCancel noCancel;
   CKCriticalSectionLock lock(&m_cs);
   m_dtStamp.CurrentDate();
   FILE* f = fopen(m_strFileName, "a+");

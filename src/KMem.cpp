@@ -14,6 +14,12 @@
 #include <base/tools/KStr.h>
 
 #define KMEM_THROW() throw CKMemoryException(KSRC_PATH, __LINE__)
+// Refusals reported with the bare "Returning" form, yet returning a value.
+#define KMEM_REFUSE(value)                                          \
+  do {                                                              \
+    KAssertReport("FALSE", KSRC_PATH, __LINE__, KASSERT_RETURN);    \
+    return value;                                                   \
+  } while (0)
 
 namespace {
 
@@ -100,9 +106,18 @@ CKMem& CKMem::operator=(const CKMem& mem) {
 
 CKMem::~CKMem() { Free(); }
 
+// The view is this buffer's only once the record's list has taken it; a
+// fresh record that cannot even list its first view goes again.
 void CKMem::Register(CMemRef* pRef) {
+  if (pRef) {
+    try {
+      pRef->memList.Add(this);
+    } catch (...) {
+      if (pRef->memList.Count() == 0 && !pRef->bEmbedded) delete pRef;
+      throw;
+    }
+  }
   m_pMemRef = pRef;
-  if (pRef) pRef->memList.Add(this);
 }
 
 void CKMem::Free() {
@@ -320,8 +335,11 @@ unsigned char* CKMem::GetFromStart(unsigned nOffset, unsigned n) {
   if ((uint64_t)m_nStartOffset + nOffset + n > Limit()) {
     ResetStartPosition();
     uint64_t nWant = (uint64_t)nOffset + n;
-    if (nWant > Limit() && !SetSize(nWant > 0xFFFFFFFFu ? 0xFFFFFFFFu : (unsigned)nWant))
-      return nullptr;
+    if (nWant > Limit()) {
+      if (!SetSize(nWant > 0xFFFFFFFFu ? 0xFFFFFFFFu : (unsigned)nWant)) return nullptr;
+      // A fake only records sizes: the caller's memory may still be short.
+      KASSERT_RETV_T(nWant <= Limit(), "nOffset+n <= m_nAllocatedSize-m_nStartOffset", nullptr);
+    }
   }
   unsigned char* p = Data();
   return p ? p + m_nStartOffset + nOffset : nullptr;
@@ -333,6 +351,8 @@ unsigned char* CKMem::GetFromStart(unsigned n) {
     if (n > Room()) {
       uint64_t nWant = (uint64_t)n + m_nOffset - m_nStartOffset;
       if (!SetSize(nWant > 0xFFFFFFFFu ? 0xFFFFFFFFu : (unsigned)nWant)) return nullptr;
+      // A fake only records sizes: the caller's memory may still be short.
+      KASSERT_RETV_T(n <= Room(), "m_nAllocatedSize-m_nOffset-m_nStartOffset >= n", nullptr);
     }
   }
   unsigned char* p = Data();
@@ -588,18 +608,18 @@ int CKMem::Unzip(unsigned nLen, int* pbUnzipped) {
     free(pOut);
     if (rc == Z_MEM_ERROR) return 0;
     if (rc == Z_DATA_ERROR) return 1;
-    KASSERT_RETV(FALSE, 0);
-    return 0;
+    KMEM_REFUSE(0);
   }
 }
 
 // ---------------------------------------------------------------- CKMemFake
-CKMemFake::CKMemFake() : CKMem(KNoRef()) { Wrap(nullptr, 0); }
+CKMemFake::CKMemFake() : CKMem(KNoRef()) { Wrap(nullptr, 0, 0); }
 
-CKMemFake::CKMemFake(const void* p, unsigned n) : CKMem(KNoRef()) { Wrap(p, n); }
+CKMemFake::CKMemFake(const void* p, unsigned n) : CKMem(KNoRef()) { Wrap(p, n, n); }
 
 CKMemFake::CKMemFake(const CKMemFake& mem) : CKMem(KNoRef()) {
-  Wrap(mem.Data(), mem.m_nAllocatedSize);
+  Wrap(nullptr, 0, 0);
+  Copy(mem);
 }
 
 CKMemFake& CKMemFake::operator=(const CKMemFake& mem) {
@@ -612,9 +632,11 @@ CKMemFake::~CKMemFake() {
   ReleaseEmbedded();
 }
 
-void CKMemFake::Wrap(const void* p, unsigned n) {
+// nBlock is the length of the caller's memory, which no size recorded later
+// extends: reads and writes stop there.
+void CKMemFake::Wrap(const void* p, unsigned n, unsigned nBlock) {
   m_MemRef.pData = (unsigned char*)p;
-  m_MemRef.nBlockSize = n;
+  m_MemRef.nBlockSize = p ? nBlock : 0;
   m_MemRef.bOwnsData = 0;
   m_MemRef.bEmbedded = 1;
   Register(&m_MemRef);
@@ -658,29 +680,35 @@ int CKMemFake::SetSize(unsigned nSize) {
   // Attach, Zip or an assignment replaced it), that block grows for real.
   if (m_pMemRef != &m_MemRef || m_MemRef.bOwnsData) return CKMem::SetSize(nSize);
   m_nAllocatedSize = nSize;
-  // The caller vouches for its memory: the embedded record takes the size.
-  m_MemRef.nBlockSize = nSize;
   return 1;
 }
 
-unsigned char* CKMemFake::Detach() {
-  KASSERT_RETV(FALSE, nullptr);
-  return nullptr;
-}
+unsigned char* CKMemFake::Detach() { KMEM_REFUSE(nullptr); }
 
 int CKMemFake::EnsureBuffer(unsigned n) {
   (void)n;
-  KASSERT_RETV(FALSE, 0);
-  return 0;
+  KMEM_REFUSE(0);
 }
 
 int CKMemFake::Copy(const CKMemFake& mem) {
   if (this == &mem) return 1;
-  const unsigned char* p = mem.Data();
-  unsigned n = mem.m_nAllocatedSize;
   m_nOption = mem.m_nOption;
+  if (mem.m_pMemRef && mem.m_pMemRef == m_pMemRef) {
+    m_nAllocatedSize = mem.m_nAllocatedSize;
+    m_nOffset = m_nStartOffset = 0;
+    return 1;
+  }
   Free();
-  ReleaseEmbedded();
-  Wrap(p, n);
+  ReleaseEmbedded();  // may move mem, a view of ours, to a record of its own
+  CMemRef* r = mem.m_pMemRef;
+  if (r && r->pData && r->bOwnsData) {
+    // A block of the library's own (mem grew, unzipped or was attached to)
+    // dies with its last view: share it instead of pointing into it.
+    Register(r);
+    m_nAllocatedSize = mem.m_nAllocatedSize;
+    m_nOffset = m_nStartOffset = 0;
+  } else {
+    Wrap(mem.Data(), mem.m_nAllocatedSize, r ? r->nBlockSize : 0);
+  }
   return 1;
 }

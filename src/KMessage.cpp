@@ -61,19 +61,31 @@ HWND KMessageTargetCreate(KMessageProc pProc, void* pContext) {
   return h;
 }
 
-void KMessageTargetDestroy(HWND hWnd) {
+BOOL KMessageTargetDestroy(HWND hWnd) {
   std::deque<KHWND__::Msg> pending;
+  bool bForeign = false;
   {
     RegLock lock;
-    if (!IsLive(hWnd)) return;
-    Reg().targets.erase(hWnd);
-    pending.swap(hWnd->queue);
+    if (!IsLive(hWnd)) return FALSE;
+    // The owner may be waiting in KMessagePump on this target's event, so
+    // only the owner can free it (a window cannot be destroyed by another
+    // thread either).
+    bForeign = hWnd->nOwnerThread != kplat::CurrentThreadId();
+    if (!bForeign) {
+      Reg().targets.erase(hWnd);
+      pending.swap(hWnd->queue);
+    }
+  }
+  if (bForeign) {
+    KLog(KLOG_ERROR, "ERROR => KMessageTargetDestroy: not the owner thread");
+    return FALSE;
   }
   // Log records belong to the receiver; nobody will receive these now.
   for (const auto& m : pending)
     if (m.nMsg == KWM_LOG) delete (CKLogMsg*)m.lParam;
   kplat::EventFree(hWnd->pQueued);
   delete hWnd;
+  return TRUE;
 }
 
 BOOL KIsMessageTarget(HWND hWnd) {
@@ -125,6 +137,9 @@ int KMessagePump(HWND hWnd, DWORD nTimeoutMs) {
     RegLock lock;
     if (!IsLive(hWnd)) return -1;
     batch.swap(hWnd->queue);
+    // The queue is empty now: a signal left from a message taken without
+    // waiting must not wake the next pump early.
+    kplat::EventReset(hWnd->pQueued);
   }
   int n = 0;
   for (size_t i = 0; i < batch.size(); ++i) {

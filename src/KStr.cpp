@@ -268,12 +268,13 @@ int KBool(const char* s) {
   static const char* const aWords[] = {"TRUE", "YES", "OUI", "VRAI"};
   for (const char* w : aWords)
     if (KStrICmp(s, w) == 0) return 1;
-  // The language's words are looked up only when the fixed ones fail.
+  // Every test left can only say true, so the cheap number test goes before
+  // the language's words (a locked look-up each).
+  if (atoi(s) != 0) return 1;
   CKString strWord = KLangYes();
   if (strWord.GetLength() && KStrICmp(s, strWord) == 0) return 1;
   strWord = KLangTrue();
-  if (strWord.GetLength() && KStrICmp(s, strWord) == 0) return 1;
-  return atoi(s) != 0 ? 1 : 0;
+  return (strWord.GetLength() && KStrICmp(s, strWord) == 0) ? 1 : 0;
 }
 
 CKString KBool2Str(int b) { return CKString(b ? "TRUE" : "FALSE"); }
@@ -320,7 +321,11 @@ int KStrBeginWith(const char* s, const char* prefix, int bNoCase) {
 // ---------------------------------------------------------------- in-place helpers
 void KTruncate2(CKString& s, unsigned n) {
   if (s.GetLength() <= n) return;
-  s.GetBuffer(0);
+  // A shared text is cut by copying only the part kept.
+  if (s.GetRefCount() > 1) {
+    s = s.Left(n);
+    return;
+  }
   s.ReleaseBuffer(n);
 }
 
@@ -426,8 +431,9 @@ CKString KStr2Cstr(const char* s) {
   return str;
 }
 
-int KStrConsumeCstr(const char*& p, CKString& strOut) {
-  strOut.Empty();
+namespace {
+
+int ConsumeCstr(const char*& p, CKString& strOut) {
   if (!p) return 0;
   const char* q = p;
   while (IsBlank(*q)) ++q;
@@ -484,6 +490,16 @@ int KStrConsumeCstr(const char*& p, CKString& strOut) {
   return 1;
 }
 
+}  // namespace
+
+int KStrConsumeCstr(const char*& p, CKString& strOut) {
+  // Decoded apart: p may point into strOut's own text.
+  CKString str;
+  int bOk = ConsumeCstr(p, str);
+  strOut = str;
+  return bOk;
+}
+
 // ---------------------------------------------------------------- parsing
 CKString KStrParseToSeparator(const char* s, char sep, const char*& rest, int* pFound) {
   if (pFound) *pFound = 0;
@@ -518,23 +534,23 @@ CKString KStrParseToSeparator(const char* s, const char* szSep, const char*& res
 }
 
 int KStrParseKeyValue(const char* s, CKString& strKey, CKString& strValue, char cSep) {
-  strKey.Empty();
-  strValue.Empty();
-  if (!s) return 0;
-  const char* q = cSep ? strchr(s, cSep) : nullptr;
+  // Both results are written last: s may be the text of either.
+  const char* q = (s && cSep) ? strchr(s, cSep) : nullptr;
   if (!q) {
     strKey = KTrim(s);
+    strValue.Empty();
     return 0;
   }
   const char* p = s;
   size_t n = (size_t)(q - s);
   TrimSpan(p, n);
-  strKey = MakeStr(p, n);
+  CKString strK = MakeStr(p, n);
   p = q + 1;
   n = strlen(p);
   TrimSpan(p, n);
   if (n >= 2 && p[0] == '"' && p[n - 1] == '"') ++p, n -= 2;
   strValue = MakeStr(p, n);
+  strKey = strK;
   return strKey.GetLength() ? 1 : 0;
 }
 
@@ -566,7 +582,7 @@ char* KStrParseNth(char* buf, int nBufSize, const char* s, const char* seps, int
   size_t l = 0;
   if (!FindToken(s, SepSet(seps), n, p, l)) l = 0;
   if (l > (size_t)(nBufSize - 1)) l = (size_t)(nBufSize - 1);
-  if (l) memcpy(buf, p, l);
+  if (l) memmove(buf, p, l);  // s may be buf itself
   buf[l] = 0;
   return buf;
 }
@@ -650,8 +666,9 @@ int KStrTextToFile(const char* szFile, const char* szText, int bAppend) {
                     "KStrTextToFile");
 }
 
-int KStrFileToText(const char* szFile, CKString& strText) {
-  strText.Empty();
+namespace {
+
+int FileToText(const char* szFile, CKString& strText) {
   KASSERT_RETV(!KIsEmpty(szFile), FALSE);
   FILE* f = fopen(szFile, "rb");
   if (!f) {
@@ -693,6 +710,16 @@ int KStrFileToText(const char* szFile, CKString& strText) {
   }
   if (!nLen) strText.Empty();
   return TRUE;
+}
+
+}  // namespace
+
+int KStrFileToText(const char* szFile, CKString& strText) {
+  // Read apart and handed over at the end: szFile may be strText's own text.
+  CKString str;
+  int bOk = FileToText(szFile, str);
+  strText = str;
+  return bOk;
 }
 
 int KFileStrFindReplace(const char* szFile, const char* szFind, const char* szReplace) {

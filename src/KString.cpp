@@ -30,6 +30,9 @@ struct KStringNil {
 KStringNil g_nil = {{0, 0, 1}, {0, 0, 0, 0}};
 char* const g_pchNil = g_nil.chNil;
 
+static_assert(sizeof(KStringData) == 12, "the header is three 32-bit words");
+static_assert(sizeof(CKString) == sizeof(char*), "a string is one pointer");
+
 // Heap exhaustion, and sizes no block can have: logged, then thrown.
 [[noreturn]] void NoMemory(uint64_t nBytes, unsigned nLine) {
   // The log line needs strings too; a failure while logging only throws.
@@ -533,8 +536,12 @@ int CKString::Insert(unsigned i, const char* s) {
 int CKString::Delete(unsigned i, unsigned n) {
   uint32_t nLen = GetLength();
   if (n > 0 && i < nLen) {
-    // Callers must stay inside the text; a longer count is cut at the end.
-    if (n > nLen - i) n = nLen - i;
+    // Callers must stay inside the text; a longer count is reported and cut
+    // at the end rather than read past the block.
+    if (n > nLen - i) {
+      KASSERT(n<=GetLength()-i);
+      n = nLen - i;
+    }
     CopyBeforeWrite();
     memmove(m_pchData + i, m_pchData + i + n, nLen - (i + n) + 1);
     GetData()->nDataLength = nLen - n;
@@ -741,7 +748,8 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
       if (*p == 'h') nSize = 4;
       else if (*p == 'l') nSize = (nSize == 1) ? 2 : 1;
       else if (*p == 'L') nSize = 3;
-      else if (*p == 'z' || *p == 't' || *p == 'j') nSize = 5;
+      else if (*p == 'z' || *p == 't') nSize = 5;
+      else if (*p == 'j') nSize = 2;  // intmax_t
       else if (*p == 'q') nSize = 2;
       else if (*p == 'N' || *p == 'I') {
         // 'I64' style prefixes as written on the other platform.
@@ -854,10 +862,13 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
       KASSERT_RET(n>=0);
     }
     if ((size_t)n <= nMaxLen) {
-      if (nMaxLen)
-        ReleaseBuffer((unsigned)n);
-      else
+      if (nMaxLen) {
+        // As ReleaseBuffer(): the text ends at its first zero (a %c of 0).
+        const char* pZero = (const char*)memchr(pBuf, 0, (size_t)n);
+        ReleaseBuffer(pZero ? (unsigned)(pZero - pBuf) : (unsigned)n);
+      } else {
         AssignCopy(0, nullptr);
+      }
       return;
     }
     nMaxLen = (size_t)n;

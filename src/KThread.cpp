@@ -353,7 +353,9 @@ void CKTimer::operator/=(unsigned __int64 n) {
 CKString CKTimer::GetTextAbsolut(int bHours, int bMs, int bTop) {
   if (bTop) GetTop();
   const __int64 nMs = ToMillis();
-  if (bHours || nMs / 1000 != 0) return KTimerGetTextAbsolut((unsigned long)nMs, bHours, bMs);
+  // The tick-count text takes 32-bit milliseconds: spans whose 32-bit
+  // product went negative (24 to 49 days) read back as their true length.
+  if (bHours || nMs / 1000 != 0) return KTimerGetTextAbsolut((uint32_t)nMs, bHours, bMs);
   const __int64 f = kplat::PerfFrequency();
   const double dMs = f > 0 ? (double)(top - start) * 1000.0 / (double)f : 0.0;
   CKString s;

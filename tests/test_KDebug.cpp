@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -210,12 +211,15 @@ TEST(KDebugSink, MainWindowGetsLinesSyncOrQueued) {
   ASSERT_EQ(2u, r.msgs.size());
   EXPECT_EQ("from worker\n", r.msgs[1].second);
 
+  KSetDefaultLogType(5);
   KLogClear(1, FALSE);
+  KSetDefaultLogType(1);
   KLogSwitch(24, TRUE);
   EXPECT_EQ(3u, r.msgs.size());
   EXPECT_EQ(1, KMessagePump(h));
   ASSERT_EQ(4u, r.msgs.size());
   EXPECT_EQ((UINT)KWM_LOG_CLEAR, r.msgs[2].first);
+  EXPECT_EQ(5u, r.params[2].first);  // type 1 resolved to the default
   EXPECT_EQ(1, r.params[2].second);
   EXPECT_EQ((UINT)KWM_LOG_SWITCH, r.msgs[3].first);
   EXPECT_EQ(24u, r.params[3].first);
@@ -233,6 +237,34 @@ TEST(KDebugSink, MainWindowGetsLinesSyncOrQueued) {
   fclose(f);
   EXPECT_EQ("from owner\nfrom worker\norphan\n", std::string(buf, n));
   KToolsInit(nullptr);
+}
+
+TEST(KDebugSink, TargetsBelongToTheirThread) {
+  CKTestLog log;
+  Received r;
+  HWND h = KMessageTargetCreate(Collect, &r);
+  // A message taken without waiting leaves no signal behind: the next pump
+  // waits for the late message instead of returning empty-handed.
+  KPostMessage(h, KWM_LOG_SWITCH, 1, 0);
+  EXPECT_EQ(1, KMessagePump(h, 0));
+  std::thread late([h] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    KPostMessage(h, KWM_LOG_SWITCH, 2, 0);
+  });
+  EXPECT_EQ(1, KMessagePump(h, 10000));
+  late.join();
+  ASSERT_EQ(2u, r.params.size());
+  EXPECT_EQ(2u, r.params[1].first);
+
+  // Only the owner may destroy it: the owner could be waiting on it.
+  BOOL bDestroyed = TRUE;
+  std::thread([h, &bDestroyed] { bDestroyed = KMessageTargetDestroy(h); }).join();
+  EXPECT_FALSE(bDestroyed);
+  EXPECT_TRUE(KIsMessageTarget(h));
+  EXPECT_EQ("ERROR => KMessageTargetDestroy: not the owner thread", log.Last());
+  EXPECT_EQ(10, log.LastType());
+  EXPECT_TRUE(KMessageTargetDestroy(h));
+  EXPECT_FALSE(KMessageTargetDestroy(h));
 }
 
 TEST(KDebugSink, DebugOutputChannel) {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include <base/classes/list/KList.h>
+#include <base/tools/KStr.h>
 
 #include "KTestLog.h"
 
@@ -124,6 +125,17 @@ TEST_F(FastListTest, CopiesShareStorage) {
   EXPECT_EQ(p0, Slot(0));
   l += other;
   EXPECT_EQ(6, l.Count());
+  {
+    // Appending a shallow copy of itself across a growth: the copy's array
+    // is gone once this list has grown.
+    CKFastList g;
+    for (int i = 0; i < 100; i++) g.Add(KStr(i));
+    CKFastList shallow(g);
+    g += shallow;
+    ASSERT_EQ(200, g.Count());
+    EXPECT_EQ("99", std::string(g.Get(199)));
+    g.RealDeleteAll();
+  }
   l.CopyAndRemove(other, 2, TRUE);
   EXPECT_EQ("x|y", Text(other));
   EXPECT_EQ("z|x|y|z", Text(l));

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 #include <set>
 #include <string>
 
 #include <base/tools/KGuid.h>
+
+#include "KTestLog.h"
 
 namespace {
 
@@ -133,4 +136,9 @@ TEST(KGuid, ListOwnsCopiesWithItsDeliberateQuirks) {
   // Slots opened past the end are empty, not the removed elements.
   other.Set(2, g);
   EXPECT_TRUE(other.Get(1).IsEmpty() && other.Get(2) == g);
+  // A slot the pile cannot open: the copy is freed and the refusal logged.
+  CKTestLog log;
+  other.Set(INT_MAX - 5, a);
+  EXPECT_EQ(3, other.Count());
+  EXPECT_EQ(CKTestLog::Strings{"ERROR => CKListGuid: the list cannot grow"}, log.Texts(10));
 }

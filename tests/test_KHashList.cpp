@@ -72,6 +72,11 @@ TEST(KHashList, StringHashBucketsAndCollisions) {
   EXPECT_EQ(m.GetCollisions(), 1);
   EXPECT_EQ(Keys(m), (std::vector<std::string>{"!'", "a", "ab"}));  // newest heads its chain
   EXPECT_EQ(m.GetAt(1)->n, 2);
+  // A copy inserts the source's elements in iteration order, each at its
+  // chain's head: colliding keys come out reversed.
+  CMap copy(m);
+  EXPECT_EQ(Keys(copy), (std::vector<std::string>{"a", "!'", "ab"}));
+  EXPECT_EQ(copy.Get("!'")->n, 3);
 
   m.Delete("a");  // tail of the chain
   EXPECT_EQ(m.Get("a"), nullptr);
@@ -156,8 +161,18 @@ TEST(KHashList, GetCreateDummyAndValueHooks) {
   EXPECT_EQ(m.m_valueChanges.back(), std::make_pair(P(77), P(78)));
   m.Delete(P(42));
   EXPECT_EQ(m.m_nDestructed, 0);
+
+  // New pool elements are handed out lowest first; a deleted one is reused next.
+  void** pSlot5 = &m.Get(P(5), 0, nullptr);
+  m.Set(P(6), P(60));
+  void** pSlot6 = &m.Get(P(6), 0, nullptr);
+  EXPECT_EQ(pSlot6 - pSlot5, (ptrdiff_t)(sizeof(KHashElt) / sizeof(void*)));
+  m.Delete(P(6));
+  m.Set(P(7), P(70));
+  EXPECT_EQ(&m.Get(P(7), 0, nullptr), pSlot6);
+  m.Delete(P(7));
   m.DeleteAll();
-  EXPECT_EQ(m.m_nDestructed, 1);
+  EXPECT_EQ(m.m_nDestructed, 3);
   EXPECT_EQ(m.GetAllocatedElements(), 0);
 }
 
@@ -175,7 +190,8 @@ TEST(KHashList, OwnershipCopyAndDetach) {
 
     CMap copy(m);
     EXPECT_EQ(CCounted::s_nLive, 600);
-    EXPECT_EQ(Keys(copy), Keys(m));
+    EXPECT_EQ(copy.GetAllocatedElements(), 512);
+    EXPECT_EQ(copy.GetCollisions(), m.GetCollisions());
     EXPECT_NE(copy.Get("k1"), m.Get("k1"));
     const CMap& self = copy;
     copy = self;
@@ -250,6 +266,27 @@ TEST(KHashList, PreconditionReports) {
   };
   EXPECT_EQ(log.Texts(), expected);
   EXPECT_EQ(log.Asserts(), expected);
+
+  // Assignment between maps of different classes is refused, not reinterpreted.
+  log.Clear();
+  CKHashStringToString texts;
+  texts.Set("x", "y");
+  CKHashList& rTexts = texts;
+  rTexts = m;
+  EXPECT_TRUE(log.HasAssert("pSrc", "include/base/classes/hash/KHashStringToString",
+                            CKTestLog::kReturnValue));
+  EXPECT_EQ(texts.Count(), 1u);
+  EXPECT_EQ(texts.Get("x"), "y");
+  m.Detach(texts);
+  EXPECT_TRUE(log.LastIsAssert("pTarget", "include/base/classes/hash/KHashStringToPtr",
+                               CKTestLog::kReturn));
+  EXPECT_EQ(m.Count(), 1u);
+  EXPECT_EQ(texts.Get("x"), "y");
+  CKHashStringToString other;
+  other.Set("k", "v");
+  rTexts = other;  // same class through the base: copied
+  EXPECT_EQ(texts.Get("k"), "v");
+  EXPECT_FALSE(texts.Exist("x"));
 }
 
 TEST(KHashList, PoolGrowthFailureThrowsWithItsSite) {

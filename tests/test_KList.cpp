@@ -204,7 +204,9 @@ TEST_F(KListTest, MovingElements) {
   EXPECT_EQ(nullptr, t.PileGetSortFunc());
   EXPECT_EQ(0, l.Count());
 
-  CKList p;
+  CKList p = Make({"a", "b", "c"});
+  EXPECT_EQ(1, p.PreAlloc(2));  // replaced elements are freed, not leaked
+  EXPECT_EQ("|", Join(p));
   EXPECT_EQ(1, p.PreAlloc(130));
   EXPECT_EQ(130, p.Count());
   EXPECT_EQ(256, p.PileSize());
@@ -258,6 +260,7 @@ TEST_F(KListTest, ListOfListsCopiesDeeply) {
   delete pShared;
 
   CKListList p;
+  p.Add(new CKList(Make({"x"})));
   EXPECT_EQ(1, p.PreAlloc(3));
   ASSERT_EQ(3, p.Count());
   EXPECT_EQ(0, p.Get(2)->Count());

@@ -8,6 +8,7 @@
 #include <base/classes/list/KPile.h>
 #include <base/classes/list/KPtrList.h>
 #include <base/classes/list/KPtrListOwned.h>
+#include <base/tools/KException.h>
 
 #include "KTestLog.h"
 
@@ -188,6 +189,9 @@ TEST(KPileT, ValuePiles) {
   EXPECT_EQ(6, t.Count());
   EXPECT_EQ(0, t.Get(3));
   EXPECT_EQ(5, t.Find(9));
+  // A typed pile that cannot grow throws and keeps its values.
+  EXPECT_THROW(t.Set(600000000, 1), CKMemoryException);
+  EXPECT_EQ(6, t.Count());
   CKListTyped<int> t2;
   t2.Copy(t);
   EXPECT_EQ(6, t2.Count());
@@ -211,6 +215,8 @@ TEST(KPtrList, NonOwning) {
     EXPECT_EQ(nullptr, l.Get(1));
     EXPECT_EQ(6, l.Set(6, &b));
     EXPECT_EQ(nullptr, l.Get(5));
+    EXPECT_THROW(l.Set(300000000, &a), CKMemoryException);
+    EXPECT_EQ(7, l.Count());
   }
   EXPECT_EQ(3, Counted::alive);
   CKPtrList<Counted> owned;
@@ -274,6 +280,10 @@ TEST(KPtrListOwned, OwnershipAndAssertions) {
     EXPECT_EQ(5, Counted::alive);
     t.Set(0, new Counted(1));
     EXPECT_EQ(5, Counted::alive);
+    // A refused object is deleted, not leaked.
+    EXPECT_THROW(t.Set(300000000, new Counted(2)), CKMemoryException);
+    EXPECT_EQ(5, Counted::alive);
+    EXPECT_EQ(3, t.Count());
   }
   EXPECT_EQ(0, Counted::alive);
 }

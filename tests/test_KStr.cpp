@@ -23,6 +23,14 @@ std::string TempPath(const char* szName) { return ::testing::TempDir() + "kelvor
 
 TEST(KStr, JoinAndNumbers) {
   EXPECT_STREQ(KAnd("a", nullptr, "b", nullptr, "c"), "abc");
+  // The 22- and 40-text forms: every slot joined in order, nulls skipped.
+  const char* n = nullptr;
+  EXPECT_STREQ(KAnd("a", n, "b", n, n, "c", n, n, n, n, n, n, n, n, n, n, n, n, n, n, "d", "e"),
+               "abcde");
+  EXPECT_STREQ(KAnd("0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "a", "b", "c", "d", "e", "f",
+                    "g", "h", "i", "j", "k", "l", "m", n, "o", "p", "q", "r", "s", "t", "u", "v",
+                    "w", "x", "y", "z", "A", "B", "C", "D"),
+               "0123456789abcdefghijklmopqrstuvwxyzABCD");
   EXPECT_STREQ(KStr(-255, 16), "-ff");
   EXPECT_STREQ(KStr(-9223372036854775807LL - 1), "-9223372036854775808");
 
@@ -115,6 +123,8 @@ TEST(KStr, ParseRuns) {
   EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one two", " ", 2), "");
   EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), " one", ' ', 0), "");
   EXPECT_STREQ(KStrParseNth("a;b;;c", ';', 2), "c");
+  char own[] = "a bcd";
+  EXPECT_STREQ(KStrParseNth(own, sizeof(own), own, " ", 1), "bcd");  // s is buf itself
 }
 
 TEST(KStr, ParseFields) {
@@ -186,6 +196,10 @@ TEST(KStr, CLiterals) {
     EXPECT_EQ(back.GetLength(), 0u);
   }
   EXPECT_STREQ(KStr2Cstr(nullptr), "\"\"");
+  back = std::string(40, ' ').append("\"in place\"").c_str();  // p reads the result's own text
+  const char* own = back;
+  ASSERT_EQ(KStrConsumeCstr(own, back), 1);
+  EXPECT_STREQ(back, "in place");
 }
 
 TEST(KStr, KeyValueAndHttp) {
@@ -200,6 +214,11 @@ TEST(KStr, KeyValueAndHttp) {
   EXPECT_EQ(v.GetLength(), 0u);
   EXPECT_EQ(KStrParseKeyValue("a:b=c", k, v, ':'), 1);
   EXPECT_STREQ(v, "b=c");
+  // The text parsed may be one of the results.
+  k = std::string(40, 'k').append("=v").c_str();
+  EXPECT_EQ(KStrParseKeyValue(k, k, v), 1);
+  EXPECT_EQ(std::string(k), std::string(40, 'k'));
+  EXPECT_STREQ(v, "v");
 
   EXPECT_STREQ(KHttpDecode("a+b%20c%2fd%41"), "a b c/dA");
   EXPECT_STREQ(KHttpDecode("100%"), "100%");
@@ -234,6 +253,9 @@ TEST(KStr, Files) {
   ASSERT_EQ(KStrFileToText(strFile.c_str(), back), TRUE);
   EXPECT_STREQ(back, "aa");
 
+  back = strFile.c_str();  // the name may be the target's own text
+  ASSERT_EQ(KStrFileToText(back, back), TRUE);
+  EXPECT_STREQ(back, "aa");
   ASSERT_EQ(KStrTextToFile(strFile.c_str(), ""), TRUE);
   ASSERT_EQ(KStrFileToText(strFile.c_str(), back), TRUE);
   EXPECT_TRUE(back.IsEmpty());

@@ -243,6 +243,8 @@ TEST(KString, FormatMeasuresEnough) {
   EXPECT_EQ(5002u, s.GetLength());
   s.Format("%lld %llu %ld %zu", -5LL, 6ULL, 7L, (size_t)8);
   EXPECT_STREQ("-5 6 7 8", s);
+  s.Format("a%cb", 0);  // the text ends at the first zero written
+  EXPECT_EQ(1u, s.GetLength());
 }
 
 TEST(KString, LoadStringFromRegisteredTable) {
@@ -302,4 +304,8 @@ TEST(KString, OwnTextAndBadSizesFailCleanly) {
   EXPECT_EQ(3u, log.Asserts().size());
   EXPECT_THROW(r.GetBuffer(0xFFFFFFFFu), CKMemoryException);
   EXPECT_STREQ("abc", r);
+  // A count past the end is reported, then cut there.
+  EXPECT_EQ(3, r.Delete(1, 5));
+  EXPECT_STREQ("a", r);
+  EXPECT_TRUE(log.LastIsAssert("n<=GetLength()-i", "src/KString", CKTestLog::kContinue));
 }

@@ -152,6 +152,8 @@ TEST(KSync, SharedAndExclusiveLocks) {
   EXPECT_FALSE(none.Unlock());
   ASSERT_EQ(1u, tools.Count());
   EXPECT_TRUE(tools.LastIsAssert("pSWS != NULL", "src/KTools"));
+  { CKLockWS noSection(nullptr, TRUE, TRUE); }
+  EXPECT_TRUE(tools.LastIsAssert("pWS", "src/KTools"));
 }
 
 TEST(KSync, RotRegistryAndReferences) {

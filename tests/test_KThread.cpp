@@ -161,18 +161,22 @@ TEST(KThread, Priorities) {
   EXPECT_STREQ("IDLE", KPriorityText(-15));
   EXPECT_STREQ("<null>", KPriorityText(2147483647));
   EXPECT_STREQ("THREAD_PRIORITY n 15", KPriorityText(15));
-  // Lowering is always allowed; raising again may be refused.
+  // Lowering is always allowed from normal; raising again may be refused.
   CKTestLog tools;
-  int bNormal = FALSE;
+  int bNormal = FALSE, bStartedNormal = FALSE;
   std::thread([&] {
+    bStartedNormal = KThreadPrioritySetNormal();  // a niced run may not get back up
+    if (!bStartedNormal) return;
+    tools.Clear();
     EXPECT_TRUE(KThreadPrioritySetLowest());
     EXPECT_TRUE(KThreadPrioritySetLowest());  // already there: no line
     EXPECT_TRUE(KThreadPrioritySetIdle());
     bNormal = KThreadPrioritySetNormal();
   }).join();
+  if (!bStartedNormal) GTEST_SKIP() << "the tests run below normal priority";
   CKTestLog::Strings expected{"Priority Set Lowest", "Priority Set Idle",
-                                    bNormal ? "Priority Set Normal"
-                                            : "########################### CANNOT SET PRIORITY"};
+                              bNormal ? "Priority Set Normal"
+                                      : "########################### CANNOT SET PRIORITY"};
   EXPECT_EQ(expected, tools.Texts());
 }
 
@@ -202,6 +206,7 @@ TEST(KThread, TimerArithmetic) {
   span.AddNanos(25LL * 86400 * 1000000000);
   EXPECT_EQ(25LL * 86400 * 1000000000, span.ToNanos());
   EXPECT_EQ((int32_t)(25u * 86400u * 1000u), span.ToMillis());
+  EXPECT_STREQ("600 hours 0 min 0 s 0 ms", span.GetTextAbsolut(TRUE, TRUE, FALSE));
   // Without bTop, InMillis converts the start reading itself.
   CKTimer s(FALSE);
   s.start = half.top;

@@ -4,6 +4,8 @@
 #ifndef KELVOR_KLOGFILE_H
 #define KELVOR_KLOGFILE_H
 
+#include <cstdarg>
+
 #include <base/tools/KDateTime.h>
 #include <base/tools/KDefs.h>
 #include <base/tools/KString.h>
@@ -39,7 +41,7 @@ private:
 
   CKString m_strFileName;
   CKDateTime m_dtStamp;  // time stamp of the line being written
-  CKCriticalSection m_cs;  // each object has a lock of its own
+  mutable CKCriticalSection m_cs;  // each object has a lock of its own
 };
 
 #endif  // KELVOR_KLOGFILE_H

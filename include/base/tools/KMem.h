@@ -145,7 +145,7 @@ public:
   int Copy(const CKMemFake& mem);
 
 private:
-  void Wrap(const void* p, unsigned n);
+  void Wrap(const void* p, unsigned n, unsigned nBlock);
   void ReleaseEmbedded();
 
   CMemRef m_MemRef;

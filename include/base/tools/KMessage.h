@@ -23,7 +23,9 @@ typedef LRESULT (*KMessageProc)(HWND hWnd, UINT nMsg, WPARAM wParam, LPARAM lPar
 // Creates a target owned by the calling thread; null on failure.
 KELVOR_API HWND KMessageTargetCreate(KMessageProc pProc, void* pContext);
 // Destroys the target; queued log records (KWM_LOG) still pending are freed.
-KELVOR_API void KMessageTargetDestroy(HWND hWnd);
+// Owner thread only: FALSE (and an error line) from any other thread, FALSE
+// for an unknown target.
+KELVOR_API BOOL KMessageTargetDestroy(HWND hWnd);
 KELVOR_API BOOL KIsMessageTarget(HWND hWnd);
 KELVOR_API BOOL KMessageIsOwnerThread(HWND hWnd);
 

@@ -88,6 +88,8 @@ public:
   // Modification
   int Insert(unsigned i, char c);
   int Insert(unsigned i, const char* s);
+  // Returns the length before the deletion (callers rely on it). A count
+  // past the end is reported and cut there.
   int Delete(unsigned i, unsigned n = 1);
   int Replace(char cOld, char cNew);
   int Replace(const char* szOld, const char* szNew);

@@ -5,6 +5,7 @@
 #ifndef KELVOR_KTOOLS_H
 #define KELVOR_KTOOLS_H
 
+#include <atomic>
 #include <cstdio>
 
 #include <base/tools/KDefs.h>
@@ -45,10 +46,11 @@ public:
   FILE* GetLogFile() const { return m_pLogFile; }
 
 protected:
-  int m_nFlags;
-  int m_nDebugMode;
-  HWND m_hWndMain;
-  FILE* m_pLogFile;
+  // Read by every logging thread while the application may change them.
+  std::atomic<int> m_nFlags;
+  std::atomic<int> m_nDebugMode;
+  std::atomic<HWND> m_hWndMain;
+  std::atomic<FILE*> m_pLogFile;
 };
 
 // The current tools object (never null: the library's default object when

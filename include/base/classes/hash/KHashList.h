@@ -51,9 +51,12 @@ protected:
   virtual void CopyElement(void*& pKeyOut, void*& pValueOut, void* pKey, void* pValue) = 0;
 
 public:
-  // Deep copy through CopyElement (this map's, so src must be of the same
-  // subclass); chains keep the source's order.
-  CKHashList& operator=(const CKHashList& src);
+  // Deep copy through this map's CopyElement: every source element, bucket
+  // by bucket and chain by chain, is copied and inserted like a new key (at
+  // its chain's head, so colliding keys come out in reverse order). src must
+  // hold keys and values of the kinds this map's operations expect: the
+  // subclasses' overrides refuse a source of an unrelated class.
+  virtual CKHashList& operator=(const CKHashList& src);
 
   // Creates the bucket table (nTableSize buckets, pool step nPas). A map
   // that already has a table keeps its elements: they are rehashed into the
@@ -119,7 +122,7 @@ protected:
 
 private:
   KHashElt* GetFreeElement();
-  void GrowPool(int nAdd, unsigned nLine);
+  void GrowPool(int nAdd);
   KHashElt* EltAt(unsigned int nIndex, KHashElt*** pppLink) const;
   void Reset();
 

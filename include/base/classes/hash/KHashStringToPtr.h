@@ -23,7 +23,22 @@ public:
     CKHashList::operator=(src);
     return *this;
   }
+  // Assignment through a CKHashList reference: a source that is not one of
+  // these maps is refused (its elements are not texts and owned objects).
+  CKHashStringToPtr& operator=(const CKHashList& src) override {
+    const CKHashStringToPtr* pSrc = dynamic_cast<const CKHashStringToPtr*>(&src);
+    KASSERT_RETV_AT(pSrc, "pSrc", "include/base/classes/hash/KHashStringToPtr", __LINE__,
+                    *this);
+    CKHashList::operator=(*pSrc);
+    return *this;
+  }
   ~CKHashStringToPtr() override { DeleteAll(); }
+  // Moves everything to target, which must be one of these maps too.
+  void Detach(CKHashList& target) override {
+    KASSERT_RET_AT(dynamic_cast<CKHashStringToPtr*>(&target), "pTarget",
+                   "include/base/classes/hash/KHashStringToPtr", __LINE__);
+    CKHashList::Detach(target);
+  }
 
   // Takes ownership of pObject. A value already stored under szKey is
   // deleted (unless it is pObject itself); the stored key is kept. With a

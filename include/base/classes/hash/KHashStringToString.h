@@ -19,7 +19,22 @@ public:
     CKHashList::operator=(src);
     return *this;
   }
+  // Assignment through a CKHashList reference: a source that is not one of
+  // these maps is refused (its keys and values need not be owned texts).
+  CKHashStringToString& operator=(const CKHashList& src) override {
+    const CKHashStringToString* pSrc = dynamic_cast<const CKHashStringToString*>(&src);
+    KASSERT_RETV_AT(pSrc, "pSrc", "include/base/classes/hash/KHashStringToString", __LINE__,
+                    *this);
+    CKHashList::operator=(*pSrc);
+    return *this;
+  }
   ~CKHashStringToString() override { DeleteAll(); }
+  // Moves everything to target, which must be one of these maps too.
+  void Detach(CKHashList& target) override {
+    KASSERT_RET_AT(dynamic_cast<CKHashStringToString*>(&target), "pTarget",
+                   "include/base/classes/hash/KHashStringToString", __LINE__);
+    CKHashList::Detach(target);
+  }
 
   // Stores a copy of szValue (null: the empty text) under szKey; an existing
   // value is overwritten in place.

@@ -14,6 +14,9 @@
 #include <type_traits>
 
 #include <base/tools/KDefs.h>
+#include <base/tools/KException.h>
+
+#define KPILE_PATH "include/base/classes/list/KPile"
 
 // Comparator handed to qsort: both arguments point to slots.
 typedef int (*KPileSortFunc)(const void*, const void*);
@@ -148,7 +151,7 @@ public:
     KPileInit(&data);
     data.step = p.data.step;
     data.sortfunc = p.data.sortfunc;
-    PileFastAdd(p);
+    if (!PileFastAdd(p)) throw CKMemoryException(KPILE_PATH, __LINE__);
   }
   CKPileT& operator=(const CKPileT& p) {
     Copy(p);
@@ -317,15 +320,16 @@ public:
     return 1;
   }
 
-  // Value interface.
-  int Add(const T& v) { return PileAdd(v); }
+  // Value interface: a pile that cannot grow throws CKMemoryException (the
+  // Pile* members above refuse with -1 instead).
+  int Add(const T& v) { return Grown(PileAdd(v), __LINE__); }
   T Get(const int& nIndex) const { return PileGet(nIndex); }
-  int Set(int nIndex, const T& v) { return PileSet(nIndex, v); }
+  int Set(int nIndex, const T& v) { return Grown(PileSet(nIndex, v), __LINE__); }
   int Find(const T& v, int nFrom = 0) const { return PileFind(v, nFrom); }
   // Index of v, appending it first when absent.
   int AddUnique(const T& v) {
     const int i = PileFind(v, 0);
-    return i >= 0 ? i : PileAdd(v);
+    return i >= 0 ? i : Add(v);
   }
   // Removes slot nIndex and returns its value (T() when out of range).
   T Delete(const int& nIndex) { return PileRemove(nIndex); }
@@ -340,7 +344,7 @@ public:
     data.step = p.data.step;
     data.sortfunc = p.data.sortfunc;
     CheckSize();
-    PileFastAdd(p);
+    if (!PileFastAdd(p)) throw CKMemoryException(KPILE_PATH, __LINE__);
   }
   void Detach(CKPileT& target) { PileDetach(target); }
   T operator[](const int& nIndex) const { return PileGet(nIndex); }
@@ -357,6 +361,10 @@ protected:
   }
 
 private:
+  static int Grown(int nIndex, unsigned nLine) {
+    if (nIndex < 0) throw CKMemoryException(KPILE_PATH, nLine);
+    return nIndex;
+  }
   // Growth failed without a block: undo the count and size, refuse.
   int Refuse(int nOldSize, int nOldCount) {
     data.size = nOldSize;

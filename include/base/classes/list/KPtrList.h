@@ -1,11 +1,15 @@
 // CKPtrList<T>: a typed list of pointers that owns nothing. The objects stay
 // the caller's; destroying or emptying the list only drops the pointers.
 // Null entries are allowed. DeleteAll and Delete are the explicit ways to
-// delete the objects themselves.
+// delete the objects themselves. A list that cannot grow throws
+// CKMemoryException.
 #ifndef KELVOR_KPTRLIST_H
 #define KELVOR_KPTRLIST_H
 
 #include <base/classes/list/KPile.h>
+#include <base/tools/KException.h>
+
+#define KPTRLIST_PATH "include/base/classes/list/KPtrList"
 
 template <class T>
 class KELVOR_API CKPtrList : public CKPile {
@@ -15,23 +19,23 @@ public:
   CKPtrList(const CKPtrList& l) : CKPile() {
     data.step = l.data.step;
     data.sortfunc = l.data.sortfunc;
-    PileFastAdd(l);
+    if (!PileFastAdd(l)) throw CKMemoryException(KPTRLIST_PATH, __LINE__);
   }
   CKPtrList& operator=(const CKPtrList& l) {
     if (&l != this) {
       data.elts = 0;
       CheckSize();
       data.sortfunc = l.data.sortfunc;
-      PileFastAdd(l);
+      if (!PileFastAdd(l)) throw CKMemoryException(KPTRLIST_PATH, __LINE__);
     }
     return *this;
   }
   ~CKPtrList() override {}
 
-  // Appends p (null allowed); its index, or -1 when the list cannot grow.
-  int Add(T* p) { return PileAdd(p); }
+  // Appends p (null allowed); its index.
+  int Add(T* p) { return Grown(PileAdd(p), __LINE__); }
   // Inserts p at nIndex (below 0: 0; at or past the end: appends).
-  int InsertAt(int nIndex, T* p) { return PileInsertAt(nIndex, p); }
+  int InsertAt(int nIndex, T* p) { return Grown(PileInsertAt(nIndex, p), __LINE__); }
   // The pointer at nIndex; null when out of range.
   T* Get(const int& nIndex) const { return (T*)PileGet(nIndex); }
   T* GetAt(int nIndex) const { return (T*)PileGet(nIndex); }
@@ -41,11 +45,11 @@ public:
   // the list grows with null entries. Negative indexes are ignored (-1).
   int Set(int nIndex, T* p) {
     if (nIndex < 0) return -1;
-    if (nIndex >= data.elts && !SetCount(nIndex + 1)) return -1;
+    if (nIndex == 0x7FFFFFFF) throw CKMemoryException(KPTRLIST_PATH, __LINE__);
+    if (nIndex >= data.elts) SetCount(nIndex + 1);
     return PileSetAt(nIndex, p);
   }
-  // Cuts the list or pads it with null entries (n below 0: 0). 0 when the
-  // list cannot grow.
+  // Cuts the list or pads it with null entries (n below 0: 0). Returns 1.
   int SetCount(int n) {
     if (n < 0) n = 0;
     const int nOld = data.elts;
@@ -58,7 +62,7 @@ public:
     if (KPileCheckSizeW(&data, sizeof(void*)) < 0) {
       data.size = nOldSize;
       data.elts = nOld;
-      return 0;
+      throw CKMemoryException(KPTRLIST_PATH, __LINE__);
     }
     std::memset((void*)(data.ptr + nOld), 0, sizeof(void*) * (size_t)(n - nOld));
     return 1;
@@ -92,6 +96,12 @@ public:
   // Hands the entries to target (its own entries are dropped).
   void Detach(CKPtrList& target) {
     if (&target != this) PileDetach(target);
+  }
+
+private:
+  static int Grown(int nIndex, unsigned nLine) {
+    if (nIndex < 0) throw CKMemoryException(KPTRLIST_PATH, nLine);
+    return nIndex;
   }
 };
 

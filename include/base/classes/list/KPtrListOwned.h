@@ -3,12 +3,14 @@
 //
 // CKPtrListOwned<T> copies by sharing (the copy constructor copies the pile
 // fields, so source and copy see the same objects); CKPtrListOwnedC<T> adds a
-// deep assignment that makes a new T for every source entry.
+// deep assignment that makes a new T for every source entry. A list that
+// cannot grow deletes the object it was handed and throws CKMemoryException.
 #ifndef KELVOR_KPTRLISTOWNED_H
 #define KELVOR_KPTRLISTOWNED_H
 
 #include <base/classes/list/KPile.h>
 #include <base/tools/KDebug.h>
+#include <base/tools/KException.h>
 
 #define KPTRLISTOWNED_PATH "include/base/classes/list/KPtrListOwned"
 
@@ -22,8 +24,8 @@ public:
   ~CKPtrListOwned() override { DeleteAll(); }
 
   // Appends p, which the list now owns; its index.
-  int Add(T* p) { return PileAdd(p); }
-  int InsertAt(int nIndex, T* p) { return PileInsertAt(nIndex, p); }
+  int Add(T* p) { return Taken(PileAdd(p), p, __LINE__); }
+  int InsertAt(int nIndex, T* p) { return Taken(PileInsertAt(nIndex, p), p, __LINE__); }
   // The object at nIndex; null when out of range.
   T* Get(const int& nIndex) const { return (T*)PileGet(nIndex); }
   T* GetAt(int nIndex) const { return (T*)PileGet(nIndex); }
@@ -35,8 +37,7 @@ public:
     if (nIndex < 0) nIndex = 0;
     T* pOld = nIndex < data.elts ? (T*)data.ptr[nIndex] : nullptr;
     const int nOldCount = data.elts;
-    const int r = PileSet(nIndex, p);
-    if (r < 0) return r;
+    const int r = Taken(PileSet(nIndex, p), p, __LINE__);
     for (int i = nOldCount; i < nIndex; i++) data.ptr[i] = nullptr;
     if (pOld != p) delete pOld;
     return r;
@@ -78,6 +79,14 @@ public:
   }
 
   int m_nParam;  // free integer for the owner, copied with the list
+
+private:
+  // p was refused: nobody else will delete it.
+  static int Taken(int nIndex, T* p, unsigned nLine) {
+    if (nIndex >= 0) return nIndex;
+    delete p;
+    throw CKMemoryException(KPTRLISTOWNED_PATH, nLine);
+  }
 };
 
 template <class T>
