@@ -259,7 +259,7 @@ void KDbgReport(const char* szFile, int nLine) {
   struct tm t;
   time_t now = time(nullptr);
   if (now == (time_t)-1 || !kplat::LocalTime(now, &t) ||
-      strftime(szDate, sizeof(szDate), "%x %X", &t) == 0)
+      !kplat::FormatUserDateTime(&t, szDate, sizeof(szDate)))
     strcpy(szDate, "Invalid DateTime");
   char szLine[32];
   KStr(nLine, szLine, 10);

@@ -38,6 +38,7 @@ CKThread::CKThread(HWND hNotify)
       m_bEnded(0),
       m_bRunning(0),
       m_cLang(0),
+      m_nStackSize(0),
       m_pThread(nullptr),
       m_pStartGate(kplat::EventNew(true, false)) {}
 
@@ -124,10 +125,11 @@ int CKThread::Start() {
   kplat::ThreadRelease(m_pThread);
   m_pThread = nullptr;
   kplat::EventReset(m_pStartGate);
-  kplat::Thread* pThread = kplat::ThreadCreate(&CKThread::ThreadEntry, this);
+  kplat::Thread* pThread = kplat::ThreadCreate(&CKThread::ThreadEntry, this, m_nStackSize);
   if (!pThread) {
     m_bRunning = 0;
     m_iError = 1;
+    KLog(KLOG_ERROR, "ERROR => CKThread::Start: the thread cannot be created");
     return FALSE;
   }
   m_pThread = pThread;

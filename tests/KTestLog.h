@@ -56,11 +56,6 @@ public:
     return v;
   }
   Strings Asserts() const { return Texts(8); }
-  bool Contains(const std::string& strText) const {
-    for (const std::string& s : Texts())
-      if (s == strText) return true;
-    return false;
-  }
 
   // Whether a type-8 line (the last one) reports a failed check of strCond in
   // strPath with the given ending, on line nLine (on any line for -1).

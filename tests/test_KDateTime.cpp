@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <new>
 #include <random>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include <base/tools/KDateTime.h>
@@ -20,12 +20,9 @@ namespace {
 const char* const kParis = "CET-1CEST,M3.5.0,M10.5.0/3";
 
 // Puts the process in a zone for one scope.
-class ZoneScope {
-public:
-  explicit ZoneScope(const char* szZone) {
-    const char* p = getenv("TZ");
-    m_bHad = p != nullptr;
-    if (p) m_strOld = p;
+struct ZoneScope {
+  explicit ZoneScope(const char* szZone) : m_bHad(getenv("TZ") != nullptr) {
+    if (m_bHad) m_strOld = getenv("TZ");
     setenv("TZ", szZone, 1);
     tzset();
   }
@@ -33,12 +30,11 @@ public:
     m_bHad ? setenv("TZ", m_strOld.c_str(), 1) : unsetenv("TZ");
     tzset();
   }
-  bool m_bHad;
+  const bool m_bHad;
   std::string m_strOld;
 };
 
-class DateTest : public ::testing::Test {
-protected:
+struct DateTest : ::testing::Test {
   CKTestLog tools;
 };
 
@@ -55,9 +51,7 @@ std::string Step(CKDateTime& d, void (CKDateTime::*pStep)(int), int n) {
   (d.*pStep)(n);
   return Str(d);
 }
-std::string Step(CKDateTime&& d, void (CKDateTime::*pStep)(int), int n) {
-  return Step(d, pStep, n);
-}
+std::string Step(CKDateTime&& d, void (CKDateTime::*f)(int), int n) { return Step(d, f, n); }
 
 // The fields read as UTC, by the C library's own conversion.
 long FieldsAsUtc(const CKDateTime& d) {
@@ -76,6 +70,14 @@ std::string Strftime(const char* szFormat, long t, bool bGmt) {
 }
 
 bool IsInvalidDate(const CKDateTime& d) { return d == Make(-1, -1, -1, -1, -1, -1); }
+
+// Counts the calls that AddUnique makes through the virtual slots.
+struct CountingList : CKListDateTime {
+  int nFind = 0, nAdd = 0;
+  int Find(const CKDateTime& d) override { return ++nFind, CKListDateTime::Find(d); }
+  int Add(const CKDateTime& d) override { return ++nAdd, CKListDateTime::Add(d); }
+  using CKListDateTime::Add;
+};
 
 }  // namespace
 
@@ -106,20 +108,18 @@ TEST(KDateTime, LayoutConstructionAndOrdering) {
   EXPECT_TRUE(inv < n && n > inv);
 }
 
-TEST(KDateTime, MonthAndYearArithmetic) {
+TEST_F(DateTest, CalendarAndLocalArithmetic) {
   CKDateTime d = Make(2006, 1, 31);
   EXPECT_EQ("2006-02-31 00:00:00", Step(d, &CKDateTime::AddMonth, 1));  // the day is not clamped
   EXPECT_EQ("2008-03-31 00:00:00", Step(d, &CKDateTime::AddMonth, 25));
   EXPECT_EQ("2004-12-31 00:00:00", Step(d, &CKDateTime::AddMonth, -39));
   EXPECT_EQ("2104-12-31 00:00:00", Step(d, &CKDateTime::AddMonth, 1200));  // not cut to 8 bits
   EXPECT_EQ("2005-02-29 00:00:00", Step(Make(2004, 2, 29), &CKDateTime::AddYear, 1));
-}
 
-TEST_F(DateTest, LocalArithmeticCarries) {
   for (const char* szZone : {"UTC0", kParis}) {
     ZoneScope zone(szZone);
     const bool bParis = szZone == kParis;
-    CKDateTime d = Make(2006, 12, 31, 23);
+    d = Make(2006, 12, 31, 23);
     EXPECT_EQ("2007-01-01 23:00:00", Step(d, &CKDateTime::AddDay, 1));
     EXPECT_EQ("2006-12-31 23:59:59", Step(d, &CKDateTime::AddSecond, -(23 * 3600 + 1)));
     EXPECT_EQ("2007-01-01 01:00:59", Step(d, &CKDateTime::AddMinute, 61));
@@ -144,7 +144,7 @@ TEST_F(DateTest, LocalArithmeticCarries) {
   EXPECT_EQ(2u, tools.Count());
 }
 
-TEST_F(DateTest, SecondsAndZones) {
+TEST_F(DateTest, SecondsZonesAndGmtSteps) {
   const CKDateTime winter = Make(2006, 3, 7, 9, 5, 30);
   const CKDateTime summer = Make(2006, 7, 1, 23, 30);
   {
@@ -173,9 +173,29 @@ TEST_F(DateTest, SecondsAndZones) {
   d.CurrentDate(LONG_MAX, TRUE);
   EXPECT_TRUE(d == winter);
   EXPECT_TRUE(tools.LastIsAssert("now", "src/KDateTime.inl", CKTestLog::kReturn));
+
+  long t = 1141722330L;  // 2006-03-07 09:05:30 UTC
+  {
+    ZoneScope zone("UTC0");
+    KTimeAddMonth(t, 1, TRUE);
+    EXPECT_EQ(1141722330L + 31 * 86400L, t);
+    KTimeAddMonth(t, -13, TRUE);
+    EXPECT_EQ("2005-03-07 09:05:30", Str(CKDateTime(t, TRUE)));
+    KTimeAddYear(t, 1, TRUE);
+    EXPECT_EQ(1141722330L, t);
+  }
+  KTimeAddMonth(t, 1, FALSE);
+  KTimeAddYear(t, 1, FALSE);
+  KTimeAddYear(t, 0, FALSE);
+  EXPECT_EQ(1141722330L, t);
+  ASSERT_EQ(3u, tools.Count());
+  EXPECT_TRUE(tools.LastIsAssert("FALSE", "src/KDateTime", CKTestLog::kReturn));
+  ZoneScope zone(kParis);  // the stepped fields go back through mktime in local time
+  KTimeAddYear(t, 1, TRUE);
+  EXPECT_EQ(1141722330L + 365 * 86400L - 3600, t);
 }
 
-TEST(KDateTime, TextForms) {
+TEST_F(DateTest, TextForms) {
   CKDateTime d = Make(2006, 3, 7, 9, 5, 30);
   EXPECT_STREQ("7/3/2006 9:5:30", d.Format('/', ':', ':'));
   EXPECT_STREQ("7/3/2006 9:5.30", d.Format('/', ':', '.'));
@@ -183,8 +203,7 @@ TEST(KDateTime, TextForms) {
   EXPECT_STREQ("07/03/2006 09:05", d.Format2('/', ':'));
   EXPECT_STREQ("07/03/2006", d.FormatShort());
   EXPECT_STREQ("2006-03-07", d.FormatShortMySql());
-  EXPECT_STREQ(d.FormatMySql(), KTimeForMySql(d));
-  EXPECT_STREQ("2006-03-07 09:05:30", d.FormatMySql());
+  EXPECT_STREQ("2006-03-07 09:05:30", KTimeForMySql(d));
   CKDateTime old = Make(99, 12, 31, 23, 59, 1);
   EXPECT_STREQ("0099-12-31 23:59:01", old.FormatMySql());
   EXPECT_STREQ("31.12.0099 23h59", old.Format2('.', 'h'));
@@ -195,9 +214,7 @@ TEST(KDateTime, TextForms) {
                                      "D\351cembre"};
   for (int m = 1; m <= 12; ++m) EXPECT_STREQ(aszMonths[m - 1], Make(2006, m, 1).GetStrMonth());
   EXPECT_TRUE(Make(2006, 0, 1).GetStrMonth() == "" && Make(2006, 13, 1).GetStrMonth() == "");
-}
 
-TEST_F(DateTest, HttpFormsMatchStrftime) {
   const CKDateTime dates[] = {Make(2006, 3, 7, 9, 5, 30), Make(2006, 7, 1, 23, 30, 59),
                               Make(1999, 12, 31, 23, 59, 59), Make(2038, 1, 19, 3, 14, 8)};
   for (const char* szZone : {"UTC0", kParis}) {
@@ -219,30 +236,27 @@ TEST_F(DateTest, HttpFormsMatchStrftime) {
   EXPECT_TRUE(tools.LastIsAssert("now", "src/KDateTime", CKTestLog::kReturnValue));
 }
 
-TEST(KDateTime, Parsers) {
+TEST(KDateTime, ParsersOleDatesAndStoredText) {
   for (const char* s : {"2006-03-07", "2006-03-07 12:3", "2006-03-07T12:30:45"})
     EXPECT_EQ("2006-03-07 00:00:00", Str(KTimeFromMySql(s)));
   EXPECT_EQ("2006-03-07 12:30:45", Str(KTimeFromMySql("2006-03-07 12:30:45.123 junk")));
   EXPECT_EQ("2006-13-45 25:61:99", Str(KTimeFromMySql("2006-13-45 25:61:99")));
-  for (const char* s : {"06-03-07", "2006/03/07", "2006-3-07", "2006-03-7", "", "200a-03-07"})
+  for (const char* s : {"06-03-07", "2006/03/07", "2006-3-07", "2006-03-7", "", "200a-03-07",
+                        (const char*)nullptr})
     EXPECT_TRUE(KTimeFromMySql(s).IsNull()) << s;
 
   EXPECT_EQ("2006-03-07 00:00:00", Str(KTimeParseDate("7/3/2006")));
   EXPECT_EQ("2006-99-99 00:00:00", Str(KTimeParseDate("99/99/2006")));
   for (const char* s : {"07/03/06", "7/3/2006 ", "123/3/2006", "7/3/20061", "7//2006", "/3/2006",
-                        "7-3-2006", "", "7/3/2006 9:5"})
+                        "7-3-2006", "", "7/3/2006 9:5", (const char*)nullptr})
     EXPECT_TRUE(KTimeParseDate(s).IsNull()) << s;
 
   EXPECT_EQ("2006-03-07 09:05:00", Str(KTimeParseDateTime("7/3/2006 9:5")));
   EXPECT_EQ("2006-03-07 23:59:00", Str(KTimeParseDateTime("07/03/2006 23:59")));
   for (const char* s : {"7/3/2006", "7/3/2006 ", "7/3/2006  9:5", "7/3/2006 9:5:0",
-                        "7/3/2006 9:", "7/3/2006 123:5", "7/3/2006 9:5 "})
+                        "7/3/2006 9:", "7/3/2006 123:5", "7/3/2006 9:5 ", (const char*)nullptr})
     EXPECT_TRUE(KTimeParseDateTime(s).IsNull()) << s;
-  EXPECT_TRUE(KTimeFromMySql(nullptr).IsNull() && KTimeParseDate(nullptr).IsNull() &&
-              KTimeParseDateTime(nullptr).IsNull());
-}
 
-TEST(KDateTime, OleDatesAndStoredText) {
   COleDateTime o(2006, 3, 7, 9, 5, 30);
   ASSERT_EQ(COleDateTime::valid, o.GetStatus());
   EXPECT_DOUBLE_EQ(38783.0 + (9 * 3600 + 5 * 60 + 30) / 86400.0, (double)o);
@@ -267,9 +281,8 @@ TEST(KDateTime, OleDatesAndStoredText) {
   }
   EXPECT_EQ("2006-03-07 12:00:00", Str(KTimeFromStoredStr("38783.5")));
   EXPECT_EQ("2006-03-07 12:00:00", Str(KTimeFromStoredStr(" 38783,5")));
-  for (const char* s : {"", "0", "0.0", "abc", "-0"})
+  for (const char* s : {"", "0", "0.0", "abc", "-0", (const char*)nullptr})
     EXPECT_TRUE(IsInvalidDate(KTimeFromStoredStr(s))) << s;
-  EXPECT_TRUE(IsInvalidDate(KTimeFromStoredStr(nullptr)));
   // A date the OLE form cannot hold is stored as day 0 and reads back invalid.
   EXPECT_TRUE(IsInvalidDate(KTimeFromStoredStr(KTimeToStoredStr(Make(2006, 13, 1)))));
 }
@@ -320,35 +333,12 @@ TEST_F(DateTest, DayCounts) {
                                  CKTestLog::kReturnValue));
 
   // From Monday 6 March; the end's own week-end is left out.
-  const int anExpected[] = {0, 2, 2, 2, 4};
-  const int anEndDay[] = {10, 17, 18, 19, 20};
-  for (int i = 0; i < 5; ++i)
-    EXPECT_EQ(anExpected[i], KGetWeekEndDaysCount(Make(2006, 3, 6), Make(2006, 3, anEndDay[i])));
+  const std::pair<int, int> aEnds[] = {{10, 0}, {17, 2}, {18, 2}, {19, 2}, {20, 4}};
+  for (const auto& x : aEnds)
+    EXPECT_EQ(x.second, KGetWeekEndDaysCount(Make(2006, 3, 6), Make(2006, 3, x.first))) << x.first;
   EXPECT_EQ(2, KGetWeekEndDaysCount(Make(2006, 12, 27), Make(2007, 1, 5)));  // over a new year
   // A leap year shifts the weekdays past 31 December: an end Saturday gives -1.
   EXPECT_EQ(-1, KGetWeekEndDaysCount(Make(2008, 12, 29), Make(2009, 1, 3)));
-}
-
-TEST_F(DateTest, GmtMonthAndYearSteps) {
-  long t = 1141722330L;  // 2006-03-07 09:05:30 UTC
-  {
-    ZoneScope zone("UTC0");
-    KTimeAddMonth(t, 1, TRUE);
-    EXPECT_EQ(1141722330L + 31 * 86400L, t);
-    KTimeAddMonth(t, -13, TRUE);
-    EXPECT_EQ("2005-03-07 09:05:30", Str(CKDateTime(t, TRUE)));
-    KTimeAddYear(t, 1, TRUE);
-    EXPECT_EQ(1141722330L, t);
-  }
-  KTimeAddMonth(t, 1, FALSE);
-  KTimeAddYear(t, 1, FALSE);
-  KTimeAddYear(t, 0, FALSE);
-  EXPECT_EQ(1141722330L, t);
-  ASSERT_EQ(2u, tools.Count());
-  EXPECT_TRUE(tools.LastIsAssert("FALSE", "src/KDateTime", CKTestLog::kReturn));
-  ZoneScope zone(kParis);  // the stepped fields go back through mktime in local time
-  KTimeAddYear(t, 1, TRUE);
-  EXPECT_EQ(1141722330L + 365 * 86400L - 3600, t);
 }
 
 TEST_F(DateTest, DurationsAndTimers) {
@@ -357,15 +347,13 @@ TEST_F(DateTest, DurationsAndTimers) {
       {3605, "1h05s"}, {3665, "1h01m05s"}, {100000, "27h46m40s"}};
   for (const auto& x : aSecs) EXPECT_STREQ(x.second, KTime(x.first));
 
-  const struct {
-    unsigned long nMs;
-    int bHours, bMs;
-    const char* szText;
-  } aAbs[] = {{500, 0, 1, "500 ms"},           {61001, 0, 1, "1 min 1 s 1 ms"},
-              {61001, 0, 0, "1 min 1 s"},      {500, 1, 1, "0 hours 0 min 0 s 500 ms"},
-              {1500, 0, 1, "1 s 500 ms"},      {1500, 0, 0, "1 s"},
-              {3723004, 0, 0, "1 hours 2 min 3 s"}, {3723004, 1, 1, "1 hours 2 min 3 s 4 ms"}};
-  for (const auto& x : aAbs) EXPECT_STREQ(x.szText, KTimerGetTextAbsolut(x.nMs, x.bHours, x.bMs));
+  const std::tuple<unsigned long, int, int, const char*> aAbs[] = {
+      {500, 0, 1, "500 ms"},        {61001, 0, 1, "1 min 1 s 1 ms"},
+      {61001, 0, 0, "1 min 1 s"},   {500, 1, 1, "0 hours 0 min 0 s 500 ms"},
+      {1500, 0, 1, "1 s 500 ms"},   {1500, 0, 0, "1 s"},
+      {3723004, 0, 0, "1 hours 2 min 3 s"}, {3723004, 1, 1, "1 hours 2 min 3 s 4 ms"}};
+  for (const auto& [nMs, bHours, bMs, szText] : aAbs)
+    EXPECT_STREQ(szText, KTimerGetTextAbsolut(nMs, bHours, bMs)) << nMs;
   const unsigned long anSmart[] = {999, 59999, 61000, 3723004};
   const char* const aszSmart[] = {"0 s", "59 s", "1 min 01 s", "1 hours 02 min"};
   for (int i = 0; i < 4; ++i) EXPECT_STREQ(aszSmart[i], KTimerGetSmartText(anSmart[i], FALSE));
@@ -398,17 +386,6 @@ TEST_F(DateTest, DurationsAndTimers) {
   KTimerTraceReset(nReset);
   EXPECT_TRUE(tools.Count() == 3u && nReset == 0ul);
 }
-
-namespace {
-// Counts the calls that AddUnique makes through the virtual slots.
-class CountingList : public CKListDateTime {
-public:
-  int nFind = 0, nAdd = 0;
-  int Find(const CKDateTime& d) override { return ++nFind, CKListDateTime::Find(d); }
-  int Add(const CKDateTime& d) override { return ++nAdd, CKListDateTime::Add(d); }
-  using CKListDateTime::Add;
-};
-}  // namespace
 
 TEST(KListDateTime, Operations) {
   CountingList l;

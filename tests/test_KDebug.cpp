@@ -5,9 +5,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include <base/tools/KDebug.h>
@@ -18,17 +18,14 @@
 
 namespace {
 
-// Also records the status lines.
-class CStatusLog : public CKTestLog {
-public:
+struct CStatusLog : CKTestLog {
   std::vector<std::string> status;
   void Status(const char* a, const char* b, int n) override {
     status.push_back(std::string(a) + "|" + (b ? b : "") + "|" + std::to_string(n));
   }
 };
 
-class KDebugTest : public ::testing::Test {
-protected:
+struct KDebugTest : ::testing::Test {
   KDebugTest() { Reset(); }
   ~KDebugTest() override { Reset(); }
   static void Reset() {
@@ -51,27 +48,36 @@ void AssertReturn(int c, int elts) {
   KASSERT_RET_AT(c <= elts, "c<=data.elts", "include/base/classes/list/KPile", 79);
 }
 
+typedef std::vector<std::string> Received;
+// Records "log <type> <text>", "clear <type> <lParam>" or "switch <type> <lParam>".
+LRESULT Collect(HWND, UINT nMsg, WPARAM w, LPARAM l, void* ctx) {
+  std::string s = nMsg == KWM_LOG ? "log " : nMsg == KWM_LOG_CLEAR ? "clear " : "switch ";
+  s += std::to_string(w) + " ";
+  if (nMsg == KWM_LOG) {
+    s += (const char*)((CKLogMsg*)l)->m_strText;
+    delete (CKLogMsg*)l;
+  } else {
+    s += std::to_string(l);
+  }
+  ((Received*)ctx)->push_back(s);
+  return 1;
+}
+
 }  // namespace
 
 TEST_F(KDebugTest, AssertionVariantsAreExact) {
   EXPECT_EQ(1, AssertContinue(0));
-  ASSERT_EQ(1u, tools.Count());
-  EXPECT_EQ("Assertion failed (n>0) in tests/test_KDebug on line " + std::to_string(g_nLine) +
-                ". Continue...",
-            tools.Last());
-  EXPECT_EQ(8, tools.LastType());
-
+  const std::string strContinueAt = "in tests/test_KDebug on line " + std::to_string(g_nLine);
   EXPECT_EQ(-1, AssertReturnValue(-4));
-  EXPECT_EQ("Assertion failed (nIndex>=0) in tests/test_KDebug on line " +
-                std::to_string(g_nLine) + ". Returning value...",
-            tools.Last());
-
   AssertReturn(5, 3);
-  EXPECT_EQ("Assertion failed (c<=data.elts in include/base/classes/list/KPile on line 79. "
-            "Returning",
-            tools.Last());
   AssertReturn(1, 3);
-  EXPECT_EQ(3u, tools.Count());
+  const CKTestLog::Strings expected = {
+      "Assertion failed (n>0) " + strContinueAt + ". Continue...",
+      "Assertion failed (nIndex>=0) in tests/test_KDebug on line " + std::to_string(g_nLine) +
+          ". Returning value...",
+      "Assertion failed (c<=data.elts in include/base/classes/list/KPile on line 79. Returning"};
+  EXPECT_EQ(expected, tools.Texts());
+  EXPECT_EQ(expected, tools.Asserts());  // all of type 8
 
   // A disabled log reports nothing at all.
   tools.SetFlags(0);
@@ -82,34 +88,27 @@ TEST_F(KDebugTest, AssertionVariantsAreExact) {
 
 TEST_F(KDebugTest, LogFamilyRoutesAndResolvesTypes) {
   KLog("plain");
-  EXPECT_EQ(1, tools.LastType());
   KSetDefaultLogType(24);
   KLog(1, "resolved");
-  EXPECT_EQ(24, tools.LastType());
   KLog("a", "b", "c");
-  EXPECT_EQ("abc", tools.Last());
-  EXPECT_EQ(5, KLogType(5));
-  EXPECT_EQ(24, KLogType(1));
   KLog(8, "a", nullptr, "b", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
        nullptr, nullptr, nullptr, nullptr, nullptr);
-  EXPECT_EQ("ab", tools.Last());
-  EXPECT_EQ(8, tools.LastType());
   KLog(10, "ERROR => ", "disk", " full");
-  EXPECT_EQ("ERROR => disk full", tools.Last());
-  size_t n = tools.Count();
   KLog((const char*)nullptr);
   KLog(8, (const char*)nullptr);
-  EXPECT_EQ(n, tools.Count());
-
   KLogText(8, "first\r\nsecond");
-  ASSERT_EQ(n + 2, tools.Count());
-  EXPECT_EQ("first", tools.lines[n].text);
-  EXPECT_EQ("second", tools.lines[n + 1].text);
+  EXPECT_EQ(tools.Texts(), (CKTestLog::Strings{"plain", "resolved", "abc", "ab",
+                                                "ERROR => disk full", "first", "second"}));
+  EXPECT_EQ(tools.Texts(1), CKTestLog::Strings{"plain"});
+  EXPECT_EQ(tools.Texts(24), (CKTestLog::Strings{"resolved", "abc"}));
+  EXPECT_EQ(tools.Texts(8), (CKTestLog::Strings{"ab", "first", "second"}));
+  EXPECT_EQ(5, KLogType(5));
+  EXPECT_EQ(24, KLogType(1));
   EXPECT_EQ(1, KLogEnabled());
   tools.SetFlags(0);
   EXPECT_EQ(0, KLogEnabled());
   KLogText(8, "x\ny");
-  EXPECT_EQ(n + 2, tools.Count());
+  EXPECT_EQ(7u, tools.Count());
 
   // Status needs its own flag and a text.
   tools.SetFlags(KTOOLS_FLAG_LOG);
@@ -171,26 +170,6 @@ TEST(KDebugDeath, Assert2Crashes) {
   EXPECT_DEATH(KDbgAssert2(), "");
 }
 
-namespace {
-struct Received {
-  std::vector<std::pair<UINT, std::string>> msgs;
-  std::vector<std::pair<WPARAM, LPARAM>> params;
-};
-LRESULT Collect(HWND, UINT nMsg, WPARAM w, LPARAM l, void* ctx) {
-  Received* r = (Received*)ctx;
-  if (nMsg == KWM_LOG) {
-    CKLogMsg* p = (CKLogMsg*)l;
-    r->msgs.emplace_back(nMsg, std::string(p->m_strText));
-    r->params.emplace_back(w, p->m_nType);
-    delete p;
-  } else {
-    r->msgs.emplace_back(nMsg, "");
-    r->params.emplace_back(w, l);
-  }
-  return 1;
-}
-}  // namespace
-
 TEST(KDebugSink, MainWindowGetsLinesSyncOrQueued) {
   CKTools tools;
   KToolsInit(&tools);
@@ -201,29 +180,20 @@ TEST(KDebugSink, MainWindowGetsLinesSyncOrQueued) {
   tools.SetLogFile(f);
 
   KLog(8, "from owner");
-  ASSERT_EQ(1u, r.msgs.size());  // delivered at once on the owner thread
-  EXPECT_EQ("from owner\n", r.msgs[0].second);
-  EXPECT_EQ(8u, r.params[0].first);
-
+  EXPECT_EQ(Received{"log 8 from owner\n"}, r);  // delivered at once on the owner thread
   std::thread([] { KLog(10, "from worker"); }).join();
-  EXPECT_EQ(1u, r.msgs.size());  // queued, not delivered
+  EXPECT_EQ(1u, r.size());  // queued, not delivered
   EXPECT_EQ(1, KMessagePump(h, 1000));
-  ASSERT_EQ(2u, r.msgs.size());
-  EXPECT_EQ("from worker\n", r.msgs[1].second);
+  EXPECT_EQ(2u, r.size());
 
   KSetDefaultLogType(5);
-  KLogClear(1, FALSE);
+  KLogClear(1, FALSE);  // type 1 resolved to the default
   KSetDefaultLogType(1);
   KLogSwitch(24, TRUE);
-  EXPECT_EQ(3u, r.msgs.size());
+  EXPECT_EQ(3u, r.size());
   EXPECT_EQ(1, KMessagePump(h));
-  ASSERT_EQ(4u, r.msgs.size());
-  EXPECT_EQ((UINT)KWM_LOG_CLEAR, r.msgs[2].first);
-  EXPECT_EQ(5u, r.params[2].first);  // type 1 resolved to the default
-  EXPECT_EQ(1, r.params[2].second);
-  EXPECT_EQ((UINT)KWM_LOG_SWITCH, r.msgs[3].first);
-  EXPECT_EQ(24u, r.params[3].first);
-  EXPECT_EQ(0, r.params[3].second);
+  EXPECT_EQ(r, (Received{"log 8 from owner\n", "log 10 from worker\n", "clear 5 1",
+                         "switch 24 0"}));
 
   // Pending records die with the target.
   std::thread([] { KLog("orphan"); }).join();
@@ -247,14 +217,12 @@ TEST(KDebugSink, TargetsBelongToTheirThread) {
   // waits for the late message instead of returning empty-handed.
   KPostMessage(h, KWM_LOG_SWITCH, 1, 0);
   EXPECT_EQ(1, KMessagePump(h, 0));
-  std::thread late([h] {
+  std::future<void> late = std::async(std::launch::async, [h] {
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     KPostMessage(h, KWM_LOG_SWITCH, 2, 0);
   });
   EXPECT_EQ(1, KMessagePump(h, 10000));
-  late.join();
-  ASSERT_EQ(2u, r.params.size());
-  EXPECT_EQ(2u, r.params[1].first);
+  EXPECT_EQ(r, (Received{"switch 1 0", "switch 2 0"}));
 
   // Only the owner may destroy it: the owner could be waiting on it.
   BOOL bDestroyed = TRUE;

@@ -62,7 +62,6 @@ TEST_F(FastListTest, ParksAndReusesObjects) {
 TEST_F(FastListTest, LossyInsertAndOffByOneSet) {
   Fill({"a", "b"});
   l.InsertAt(0, "n");
-  EXPECT_EQ(3, l.Count());
   EXPECT_EQ("n|n|b", Text(l));
   EXPECT_EQ(Slot(0), Slot(1));
   l.InsertAt(9, CKString("e"));
@@ -87,7 +86,6 @@ TEST_F(FastListTest, LossyInsertAndOffByOneSet) {
   EXPECT_EQ(2, f.Count());
   EXPECT_EQ("z", std::string(*(CKString*)f.PileGetData()[2]));
   EXPECT_EQ(4, f.Set(4, CKString("w")));
-  EXPECT_EQ(5, f.Count());
   EXPECT_EQ("a|b|z||w", Text(f));
   EXPECT_EQ(300, f.Set(300, "far"));
   EXPECT_EQ(301, f.Count());
@@ -116,9 +114,7 @@ TEST_F(FastListTest, CopiesShareStorage) {
 
   // Deep copy into this list's own reused objects.
   CKFastList other;
-  other.Add("x");
-  other.Add("y");
-  other.Add("z");
+  for (const char* s : {"x", "y", "z"}) other.Add(s);
   void* p0 = Slot(0);
   l.Copy(other);
   EXPECT_EQ("x|y|z", Text(l));

@@ -21,7 +21,7 @@ CKGuid Sample() {
 
 }  // namespace
 
-TEST(KGuid, CreationIsRandomVersion4) {
+TEST(KGuid, CreationTextFormsByteOrderAndHash) {
   EXPECT_TRUE(CKGuid(0).IsEmpty());
   CKGuid a(1);
   EXPECT_FALSE(a.IsEmpty());
@@ -30,11 +30,9 @@ TEST(KGuid, CreationIsRandomVersion4) {
   std::set<std::string> seen;
   for (int i = 0; i < 200; ++i) seen.insert((const char*)CKString(CKGuid(TRUE)));
   EXPECT_EQ(200u, seen.size());
-  CKGuid f((unsigned char)0xAB);
-  EXPECT_EQ(0xABABABABu, f.Data1);
-}
+  EXPECT_STREQ("{ABABABAB-ABAB-ABAB-ABAB-ABABABABABAB}",
+               (const char*)CKString(CKGuid((unsigned char)0xAB)));
 
-TEST(KGuid, TextForms) {
   const CKGuid g = Sample();
   EXPECT_STREQ(kBraced, (const char*)CKString(g));
   EXPECT_STREQ(kPlain, g.Str2());
@@ -46,6 +44,25 @@ TEST(KGuid, TextForms) {
   h.Data1 = 0xABCDEF;
   EXPECT_STREQ("ABCDEF000", h.Str3(16));
   EXPECT_STREQ("-1-1-1-1", CKGuid((unsigned char)0xFF).Str3(10));
+
+  unsigned char le[16];
+  g.ToLittleEndian(le);
+  for (int i = 0; i < 16; ++i) EXPECT_EQ(((const unsigned char*)&g)[15 - i], le[i]);
+  // Not inverses: Data1..Data3 come back byte-swapped, Data4 intact.
+  CKGuid back;
+  back.FromLittleEndian(le);
+  EXPECT_STREQ("{33221100-5544-7766-8899-AABBCCDDEEFF}", (const char*)CKString(back));
+  // The reversed big-endian bytes read back as the same GUID.
+  unsigned char rev[16];
+  for (int i = 0; i < 16; ++i) rev[i] = (unsigned char)(0xFF - 0x11 * i);
+  back.FromLittleEndian(rev);
+  EXPECT_TRUE(back == g);
+
+  EXPECT_EQ(g.HashKey(), Sample().HashKey());
+  std::set<unsigned> hashes;
+  for (int i = 0; i < 64; ++i) hashes.insert(CKGuid(TRUE).HashKey());
+  EXPECT_GT(hashes.size(), 56u);
+  EXPECT_LE(*hashes.rbegin(), 0xFFFFu);
 }
 
 TEST(KGuid, ParsingIsLenientAndMalformedIsEmpty) {
@@ -77,45 +94,17 @@ TEST(KGuid, ParsingIsLenientAndMalformedIsEmpty) {
   }
 }
 
-TEST(KGuid, ByteOrderAndHash) {
-  const CKGuid g = Sample();
-  unsigned char le[16];
-  g.ToLittleEndian(le);
-  for (int i = 0; i < 16; ++i) EXPECT_EQ(((const unsigned char*)&g)[15 - i], le[i]);
-  // Not inverses: Data1..Data3 come back byte-swapped, Data4 intact.
-  CKGuid back;
-  back.FromLittleEndian(le);
-  EXPECT_EQ(0x33221100u, back.Data1);
-  EXPECT_EQ(0x5544, back.Data2);
-  EXPECT_EQ(0x7766, back.Data3);
-  EXPECT_EQ(0, memcmp(g.Data4, back.Data4, 8));
-  // The reversed big-endian bytes read back as the same GUID.
-  unsigned char rev[16];
-  for (int i = 0; i < 16; ++i) rev[i] = (unsigned char)(0xFF - 0x11 * i);
-  back.FromLittleEndian(rev);
-  EXPECT_TRUE(back == g);
-
-  EXPECT_EQ(g.HashKey(), Sample().HashKey());
-  std::set<unsigned> hashes;
-  for (int i = 0; i < 64; ++i) hashes.insert(CKGuid(TRUE).HashKey());
-  EXPECT_GT(hashes.size(), 56u);
-  EXPECT_LE(*hashes.rbegin(), 0xFFFFu);
-}
-
 TEST(KGuid, ListOwnsCopiesWithItsDeliberateQuirks) {
   CKListGuid l, other;
   const CKGuid g = Sample(), a(1), b(1);
-  l.Add(g);
-  l.Add(a);
-  l.Add(b);
+  for (const CKGuid* x : {&g, &a, &b}) l.Add(*x);
   EXPECT_TRUE(l.Get(1) == a);
   EXPECT_TRUE(l.Get(-1).IsEmpty());
   EXPECT_TRUE(l.Get(3).IsEmpty());
   EXPECT_EQ(0, l.Find(g, 5));  // nStart is ignored
   other.Add(CKGuid(1));
   EXPECT_FALSE(l.IsEqual(other));
-  other.Add(CKGuid(1));
-  other.Add(CKGuid(1));
+  for (int i = 0; i < 2; ++i) other.Add(CKGuid(1));
   EXPECT_TRUE(l.IsEqual(other));  // counts decide
 
   CKListGuid copy(l);

@@ -35,7 +35,7 @@ struct LangReset {
 
 }  // namespace
 
-TEST(KLang, TableKeepsOrderAndOwnsLists) {
+TEST(KLang, TableOrderCopiesAndCompare) {
   CKLangList t = MakeTable({{"F", "oui", "vrai", "Fichier"}, {"E", "yes", "true", "File"}});
   CKList* pD = t.Add('D');
   EXPECT_EQ(t.Add('F'), t.Get('F'));  // an existing language is kept
@@ -63,9 +63,7 @@ TEST(KLang, TableKeepsOrderAndOwnsLists) {
   EXPECT_EQ(t.Count(), 3);
   ASSERT_EQ(log.Count(), 1u);
   EXPECT_TRUE(log.HasAssert("cCode != 0", "src/KLang", CKTestLog::kReturnValue));
-}
 
-TEST(KLang, CopyDetachAndCompare) {
   CKLangList a = MakeTable({{"E", "yes", "true"}, {"F", "oui", "vrai"}});
   CKLangList b(a);
   EXPECT_TRUE(b == a);
@@ -88,19 +86,18 @@ TEST(KLang, CopyDetachAndCompare) {
   EXPECT_EQ(d.Get('X'), nullptr);
 
   CKList words;
-  words.Add("ja");
-  words.Add("wahr");
+  for (const char* s : {"ja", "wahr"}) words.Add(s);
   d.Add('D', words, FALSE);
   EXPECT_EQ(words.Count(), 2);
   words.Set(0, "nein");
-  CKList* pD = d.Add('D', words, TRUE);  // replaces, keeps the place
+  CKList* pDe = d.Add('D', words, TRUE);  // replaces, keeps the place
   EXPECT_EQ(words.Count(), 0);
   EXPECT_EQ(d.Find('D'), 2);
-  EXPECT_STREQ(pD->Get(0), "nein");
-  EXPECT_EQ(pD->Count(), 2);
+  EXPECT_STREQ(pDe->Get(0), "nein");
+  EXPECT_EQ(pDe->Count(), 2);
 }
 
-TEST(KLang, PerThreadLanguage) {
+TEST(KLang, PerThreadLanguageAndLookUp) {
   LangReset reset;
   EXPECT_EQ(KLangGet(), 0);
   EXPECT_STREQ(KLangExtGet(), "");
@@ -108,22 +105,19 @@ TEST(KLang, PerThreadLanguage) {
   KLangExtSetThreadLang("pro");
   char cOther = 'x';
   CKString strOtherExt("x");
-  std::thread th([&] {
+  std::thread([&] {
     cOther = KLangGet();
     strOtherExt = KLangExtGet();
     KLangSetThreadLang('E');
-  });
-  th.join();
+  }).join();
   EXPECT_EQ(cOther, 0);
   EXPECT_STREQ(strOtherExt, "");
   EXPECT_EQ(KLangGet(), 'F');
   CKString ext = KLangExtGet();
   EXPECT_STREQ(ext, "pro");
   EXPECT_EQ(ext.GetRefCount(), 1u);  // a private copy, safe to hand over
-}
 
-TEST(KLang, LookUpAndBoolWords) {
-  LangReset reset;
+  KLangSetThreadLang(0);
   EXPECT_STREQ(KLangYes(), "");
   EXPECT_EQ(KBool("ja"), 0);
 
@@ -137,15 +131,12 @@ TEST(KLang, LookUpAndBoolWords) {
   KLangSetThreadLang('D');
   EXPECT_STREQ(KLangString(2), "Datei");
   EXPECT_STREQ(KLangString(3), "Edit");  // empty translation: the first language's
-  EXPECT_STREQ(KLangString(9), "");
-  EXPECT_STREQ(KLangString(-1), "");
+  for (int n : {9, -1}) EXPECT_STREQ(KLangString(n), "") << n;
   EXPECT_STREQ(KLangString(3, 'D'), "");
   EXPECT_STREQ(KLangString(1, 'S'), "verdadero");
   EXPECT_STREQ(KLangYes(), "ja");
   EXPECT_STREQ(KLangTrue(), "wahr");
-  EXPECT_EQ(KBool("JA"), 1);
-  EXPECT_EQ(KBool("Wahr"), 1);
-  EXPECT_EQ(KBool("oui"), 1);  // the fixed words stay
+  for (const char* s : {"JA", "Wahr", "oui"}) EXPECT_EQ(KBool(s), 1) << s;  // fixed words stay
   EXPECT_EQ(KBool("verdadero"), 0);
 
   KLangSetThreadLang('S');

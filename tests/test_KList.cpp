@@ -11,8 +11,7 @@
 
 namespace {
 
-class KListTest : public ::testing::Test {
-protected:
+struct KListTest : ::testing::Test {
   CKTestLog tools;
 };
 
@@ -26,7 +25,7 @@ std::string Join(const CKList& l) { return std::string(l.ToString("|")); }
 
 }  // namespace
 
-TEST_F(KListTest, FindIsWholeStringEquality) {
+TEST_F(KListTest, FindAndUniqueness) {
   CKList l = Make({"abc", "", "AB", "ab"});
   EXPECT_EQ(1, l.Find(nullptr));
   EXPECT_EQ(1, l.Find(""));
@@ -40,96 +39,8 @@ TEST_F(KListTest, FindIsWholeStringEquality) {
   EXPECT_EQ(2, l.AddUnique("Ab", TRUE));
   l.Delete("ab");
   EXPECT_EQ("abc||AB|Ab", Join(l));
-}
 
-TEST_F(KListTest, SortAndComparators) {
-  CKList l = Make({"b", "B", "a", ""});
-  l.Sort();
-  EXPECT_EQ("|B|a|b", Join(l));
-
-  // Null elements go after every string; bytes compare unsigned.
-  l.Set(6, "\xe9");
-  l.Add("z");
-  l.Sort();
-  EXPECT_EQ("|B|a|b|z|\xe9||", Join(l));
-  EXPECT_EQ(nullptr, l.PileGet(6));
-  EXPECT_EQ(nullptr, l.PileGet(7));
-
-  CKString a("a"), b("ab");
-  CKString* s[3] = {&a, &b, nullptr};
-  EXPECT_EQ(-1, kelvor_comp_func_string(&s[0], &s[1]));
-  EXPECT_EQ(1, kelvor_comp_func_string(&s[1], &s[0]));
-  EXPECT_EQ(-1, kelvor_comp_func_string(&s[0], &s[2]));
-  EXPECT_EQ(0, kelvor_comp_func_string(&s[2], &s[2]));
-
-  // The address comparator ignores what the slots hold.
-  void* v[2] = {(void*)9, (void*)1};
-  EXPECT_EQ(1, kelvor_comp_func_int_32(&v[0], &v[1]));
-  EXPECT_EQ(-1, kelvor_comp_func_int_32(&v[1], &v[0]));
-  EXPECT_EQ(0, kelvor_comp_func_int_32(&v[1], &v[1]));
-}
-
-TEST_F(KListTest, CopyAssignAndCompare) {
-  CKList l = Make({"a", "b", "c"});
-  CKList c(l);
-  EXPECT_TRUE(c == l);
-  c.Set(1, CKString("B"));
-  EXPECT_TRUE(c != l);
-  EXPECT_EQ("b", std::string(l.Get(1)));
-  CKList& self = l;
-  l = self;  // no self-check: empties
-  EXPECT_EQ(0, l.Count());
-  l.Copy(c);
-  l += l;
-  EXPECT_EQ("a|B|c|a|B|c", Join(l));
-  l -= Make({"B", "a", "x"});
-  EXPECT_EQ("c|a|B|c", Join(l));
-  l -= self;
-  EXPECT_EQ(0, l.Count());
-  EXPECT_EQ("", std::string(l.GetLast()));
-  EXPECT_FALSE(Make({"a", ""}) == Make({"a", "b"}));
-}
-
-TEST_F(KListTest, SetInsertDelete) {
-  CKList l;
-  EXPECT_EQ(5, l.Set(5, CKString("x")));
-  EXPECT_EQ(0, l.Count());
-  EXPECT_EQ(5, l.Set(5, "x"));
-  EXPECT_EQ(6, l.Count());
-  for (int i = 0; i < 5; i++) EXPECT_EQ(nullptr, l.PileGet(i));
-  EXPECT_EQ("|||||x", Join(l));
-  EXPECT_EQ(3, l.Set(3, "y"));
-  EXPECT_EQ(0, l.Set(-2, "z"));
-  EXPECT_EQ("z|||y||x", Join(l));
-
-  // Slots vacated by removals must not come back as elements.
-  CKList m = Make({"a", "b", "c"});
-  m.DeleteLast();
-  m.DeleteLast();
-  m.Set(3, "d");
-  EXPECT_EQ("a|||d", Join(m));
-
-  m.InsertAt(1, "i");
-  m.InsertAt(-3, CKString("j"));
-  m.InsertAt(99, CString("k"));
-  EXPECT_EQ("j|a|i|||d|k", Join(m));
-  m.Delete(7);
-  m.Delete(-1);  // passes the check, removes nothing
-  ASSERT_EQ(1u, tools.Asserts().size());
-  EXPECT_EQ("Assertion failed (nIndex<Count()) in src/KList on line 79. Continue...", tools.Asserts()[0]);
-  EXPECT_THROW(m.Set(INT_MAX, "w"), CKMemoryException);
-  EXPECT_THROW(m.Set(400000000, "w"), CKMemoryException);  // past 2 GiB of slots
-  EXPECT_EQ(7, m.Count());
-
-  m.SetCount(-5);
-  EXPECT_EQ(0, m.Count());
-  m.SetCount(3);
-  EXPECT_EQ("||", Join(m));
-  EXPECT_NE(nullptr, m.PileGet(2));
-}
-
-TEST_F(KListTest, UniquenessAndStripping) {
-  CKList l = Make({"a", "b", "a"});
+  l = Make({"a", "b", "a"});
   EXPECT_EQ(0, l.InsertUniqueAt(1, "a", FALSE));
   EXPECT_EQ("a|b", Join(l));
   EXPECT_EQ(-1, l.InsertUniqueAt(0, nullptr, FALSE));
@@ -164,25 +75,54 @@ TEST_F(KListTest, UniquenessAndStripping) {
   EXPECT_EQ("a|b|c|d", Join(l));
 }
 
-TEST_F(KListTest, TextForms) {
-  CKList l = Make({"a", "", "b"});
-  EXPECT_EQ("a,,b", std::string(l.ToString(',')));
-  EXPECT_EQ("a--b", std::string(Make({"a", "b"}).ToString("--")));
-  EXPECT_EQ("", std::string(CKList().ToString(',')));
+TEST_F(KListTest, SortAndComparators) {
+  CKList l = Make({"b", "B", "a", ""});
+  l.Sort();
+  EXPECT_EQ("|B|a|b", Join(l));
 
-  l.FromString("a;;b;", ';');
-  EXPECT_EQ("a||b|", Join(l));
-  l.FromString("x  y ", " ");
-  EXPECT_EQ("x|y", Join(l));
+  // Null elements go after every string; bytes compare unsigned.
+  l.Set(6, "\xe9");
+  l.Add("z");
+  l.Sort();
+  EXPECT_EQ("|B|a|b|z|\xe9||", Join(l));
+  EXPECT_EQ(nullptr, l.PileGet(6));
+  EXPECT_EQ(nullptr, l.PileGet(7));
 
-  l = Make({"12x", "7", "-3"});
-  EXPECT_EQ(12, l.iGet(0));
-  EXPECT_EQ(-1, l.iGet2(7, -1));
-  EXPECT_EQ(KInt2("12x", -1), l.iGet2(0, -1));
+  CKString a("a"), b("ab");
+  CKString* s[3] = {&a, &b, nullptr};
+  EXPECT_EQ(-1, kelvor_comp_func_string(&s[0], &s[1]));
+  EXPECT_EQ(1, kelvor_comp_func_string(&s[1], &s[0]));
+  EXPECT_EQ(-1, kelvor_comp_func_string(&s[0], &s[2]));
+  EXPECT_EQ(0, kelvor_comp_func_string(&s[2], &s[2]));
+
+  // The address comparator ignores what the slots hold.
+  void* v[2] = {(void*)9, (void*)1};
+  EXPECT_EQ(1, kelvor_comp_func_int_32(&v[0], &v[1]));
+  EXPECT_EQ(-1, kelvor_comp_func_int_32(&v[1], &v[0]));
+  EXPECT_EQ(0, kelvor_comp_func_int_32(&v[1], &v[1]));
 }
 
-TEST_F(KListTest, MovingElements) {
-  CKList l = Make({"a", "b", "c", "d"});
+TEST_F(KListTest, CopiesMovesAndCompare) {
+  CKList l = Make({"a", "b", "c"});
+  CKList c(l);
+  EXPECT_TRUE(c == l);
+  c.Set(1, CKString("B"));
+  EXPECT_TRUE(c != l);
+  EXPECT_EQ("b", std::string(l.Get(1)));
+  CKList& self = l;
+  l = self;  // no self-check: empties
+  EXPECT_EQ(0, l.Count());
+  l.Copy(c);
+  l += l;
+  EXPECT_EQ("a|B|c|a|B|c", Join(l));
+  l -= Make({"B", "a", "x"});
+  EXPECT_EQ("c|a|B|c", Join(l));
+  l -= self;
+  EXPECT_EQ(0, l.Count());
+  EXPECT_EQ("", std::string(l.GetLast()));
+  EXPECT_FALSE(Make({"a", ""}) == Make({"a", "b"}));
+
+  l = Make({"a", "b", "c", "d"});
   CKList t = Make({"t"});
   l.CopyAndRemove(t, 3, FALSE);
   EXPECT_EQ("t|a|b|c", Join(t));
@@ -212,6 +152,60 @@ TEST_F(KListTest, MovingElements) {
   EXPECT_EQ(256, p.PileSize());
 }
 
+TEST_F(KListTest, SetInsertDelete) {
+  CKList l;
+  EXPECT_EQ(5, l.Set(5, CKString("x")));
+  EXPECT_EQ(0, l.Count());
+  EXPECT_EQ(5, l.Set(5, "x"));
+  for (int i = 0; i < 5; i++) EXPECT_EQ(nullptr, l.PileGet(i));
+  EXPECT_EQ("|||||x", Join(l));
+  EXPECT_EQ(3, l.Set(3, "y"));
+  EXPECT_EQ(0, l.Set(-2, "z"));
+  EXPECT_EQ("z|||y||x", Join(l));
+
+  // Slots vacated by removals must not come back as elements.
+  CKList m = Make({"a", "b", "c"});
+  m.DeleteLast();
+  m.DeleteLast();
+  m.Set(3, "d");
+  EXPECT_EQ("a|||d", Join(m));
+
+  m.InsertAt(1, "i");
+  m.InsertAt(-3, CKString("j"));
+  m.InsertAt(99, CString("k"));
+  EXPECT_EQ("j|a|i|||d|k", Join(m));
+  m.Delete(7);
+  m.Delete(-1);  // passes the check, removes nothing
+  ASSERT_EQ(1u, tools.Asserts().size());
+  EXPECT_EQ("Assertion failed (nIndex<Count()) in src/KList on line 79. Continue...", tools.Asserts()[0]);
+  EXPECT_THROW(m.Set(INT_MAX, "w"), CKMemoryException);
+  EXPECT_THROW(m.Set(400000000, "w"), CKMemoryException);  // past 2 GiB of slots
+  EXPECT_EQ(7, m.Count());
+
+  m.SetCount(-5);
+  EXPECT_EQ(0, m.Count());
+  m.SetCount(3);
+  EXPECT_EQ("||", Join(m));
+  EXPECT_NE(nullptr, m.PileGet(2));
+}
+
+TEST_F(KListTest, TextForms) {
+  CKList l = Make({"a", "", "b"});
+  EXPECT_EQ("a,,b", std::string(l.ToString(',')));
+  EXPECT_EQ("a--b", std::string(Make({"a", "b"}).ToString("--")));
+  EXPECT_EQ("", std::string(CKList().ToString(',')));
+
+  l.FromString("a;;b;", ';');
+  EXPECT_EQ("a||b|", Join(l));
+  l.FromString("x  y ", " ");
+  EXPECT_EQ("x|y", Join(l));
+
+  l = Make({"12x", "7", "-3"});
+  EXPECT_EQ(12, l.iGet(0));
+  EXPECT_EQ(-1, l.iGet2(7, -1));
+  EXPECT_EQ(KInt2("12x", -1), l.iGet2(0, -1));
+}
+
 TEST_F(KListTest, CircularListWraps) {
   CKCircularList small(1);
   EXPECT_EQ(30, small.GetCapacity());
@@ -239,9 +233,8 @@ TEST_F(KListTest, CircularListWraps) {
 
 TEST_F(KListTest, ListOfListsCopiesDeeply) {
   CKListList ll;
-  ll.Add(new CKList(Make({"a", "b"})));
-  ll.Add(nullptr);
-  ll.Add(new CKList(Make({"c"})));
+  for (CKList* p : {new CKList(Make({"a", "b"})), (CKList*)nullptr, new CKList(Make({"c"}))})
+    ll.Add(p);
   CKListList d;
   d.Add(new CKList(Make({"old"})));
   d = ll;

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,15 +11,10 @@
 #include <base/tools/KLogFile.h>
 
 namespace {
-std::vector<std::string> ReadLines(const std::string& path, std::string* pRaw = nullptr) {
+std::vector<std::string> ReadLines(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  if (pRaw) *pRaw = ss.str();
   std::vector<std::string> lines;
-  std::string line;
-  std::istringstream is(ss.str());
-  while (std::getline(is, line)) lines.push_back(line);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
   return lines;
 }
 
@@ -58,9 +52,8 @@ TEST(KLogFile, LineLayoutAndAppend) {
   log.LogNoCRWithThreadID("tid");
   CKLogFile copy(log);  // same file, lock of its own
   copy.Log("%s", "");
-  std::string raw;
-  std::vector<std::string> lines = ReadLines(path, &raw);
-  ASSERT_EQ(2u, lines.size()) << raw;
+  std::vector<std::string> lines = ReadLines(path);
+  ASSERT_EQ(2u, lines.size()) << ::testing::PrintToString(lines);
   EXPECT_TRUE(Match(lines[0], STAMP "value=42 ok")) << lines[0];
   EXPECT_TRUE(Match(lines[1], STAMP "no newline" STAMP "(^) tid" STAMP)) << lines[1];
   std::remove(path.c_str());

@@ -37,10 +37,13 @@ CKMem Filled(unsigned n, unsigned char c) {
   return m;
 }
 
+struct KMemTest : ::testing::Test {
+  CKTestLog log;
+};
+
 }  // namespace
 
-TEST(KMem, SizeLimitZeroFillAndShrinkClamp) {
-  CKTestLog log;
+TEST_F(KMemTest, SizesOffsetsAndCompaction) {
   CKMem m;
   EXPECT_EQ(0, m.SetSize(0x8000001));
   EXPECT_TRUE(Reported(log, "nSize<=KMEM_SIZE_MAX"));
@@ -58,10 +61,35 @@ TEST(KMem, SizeLimitZeroFillAndShrinkClamp) {
   m.SetSize(5);
   EXPECT_EQ(4u, m.Offset());
   EXPECT_EQ(4u, m.m_nStartOffset);
+
+  CKMem c;
+  unsigned char* p = c.GetFromStart(6);
+  ASSERT_NE(nullptr, p);
+  EXPECT_EQ(6u, c.Size());  // growth is exact
+  memcpy(p, "abcdef", 6);
+  c.IncreaseOffset(6);
+  c.IncreasePos(4);
+  EXPECT_EQ(2u, c.GetLength());
+  // Room for 3 more: compacting frees 4 bytes, so no growth.
+  p = c.GetFromStart(3);
+  EXPECT_EQ(0u, c.m_nStartOffset);
+  EXPECT_EQ(6u, c.Size());
+  EXPECT_EQ(0, memcmp(Bytes(c), "ef", 2));
+  EXPECT_EQ(Bytes(c) + 2, p);
+  c.GetFromStart(10);
+  EXPECT_EQ(12u, c.Size());
+
+  c.IncreasePos(5);
+  EXPECT_TRUE(Reported(log, "FALSE", CKTestLog::kContinue));
+  EXPECT_EQ(0u, c.GetLength());
+  EXPECT_EQ(5u, c.m_nStartOffset);
+  c.DecreasePos(9);
+  EXPECT_EQ(0u, c.m_nStartOffset);
+  EXPECT_EQ(nullptr, c.GetFromStart(13, 1));
+  EXPECT_TRUE(Reported(log, "nOffset <= m_nAllocatedSize-m_nStartOffset"));
 }
 
-TEST(KMem, WriteMemcpyMemcmp) {
-  CKTestLog log;
+TEST_F(KMemTest, WriteFileIoMemcpyMemcmp) {
   CKMem m(8);
   m.IncreaseOffset(5);
   unsigned char abc[4] = {1, 2, 3, 4};
@@ -87,10 +115,24 @@ TEST(KMem, WriteMemcpyMemcmp) {
   EXPECT_EQ(1, b.Memcpy(a, 3));
   EXPECT_EQ(1u, b.Offset());
   EXPECT_EQ(0x80, Bytes(b)[3]);
+
+  FILE* fp = tmpfile();
+  ASSERT_NE(nullptr, fp);
+  CKMem io(6);
+  memcpy(Bytes(io), "xyz", 3);
+  EXPECT_EQ(2u, io.Fwrite(1, 2, fp));
+  EXPECT_EQ(0xFFFFFFFFu, io.Fwrite(1, 7, fp));
+  EXPECT_TRUE(Reported(log, "nEltSize * nEltCount <= (m_nAllocatedSize-m_nOffset-m_nStartOffset)"));
+  rewind(fp);
+  io.m_nOffset = 4;
+  EXPECT_EQ(2u, io.Fread(1, 2, fp));
+  EXPECT_EQ(0, memcmp(Bytes(io), "xyz\0xy", 6));
+  CKMemFake none(nullptr, 8);  // a size over no memory
+  EXPECT_EQ(0xFFFFFFFFu, none.Fread(1, 4, fp));
+  fclose(fp);
 }
 
-TEST(KMem, ViewsShareOneBlockUntilTheLastGoes) {
-  CKTestLog log;
+TEST_F(KMemTest, ViewsShareOneBlockUntilTheLastGoes) {
   CKMem* pMem = new CKMem(16);
   pMem->m_nOffset = 9;
   CKMem plus = *pMem + 5, minus = *pMem - 5;
@@ -125,36 +167,7 @@ TEST(KMem, ViewsShareOneBlockUntilTheLastGoes) {
   memset(wide.GetFromStart(64), 1, 64);
 }
 
-TEST(KMem, ConsumeCompactAndReserve) {
-  CKTestLog log;
-  CKMem m;
-  unsigned char* p = m.GetFromStart(6);
-  ASSERT_NE(nullptr, p);
-  EXPECT_EQ(6u, m.Size());  // growth is exact
-  memcpy(p, "abcdef", 6);
-  m.IncreaseOffset(6);
-  m.IncreasePos(4);
-  EXPECT_EQ(2u, m.GetLength());
-  // Room for 3 more: compacting frees 4 bytes, so no growth.
-  p = m.GetFromStart(3);
-  EXPECT_EQ(0u, m.m_nStartOffset);
-  EXPECT_EQ(6u, m.Size());
-  EXPECT_EQ(0, memcmp(Bytes(m), "ef", 2));
-  EXPECT_EQ(Bytes(m) + 2, p);
-  m.GetFromStart(10);
-  EXPECT_EQ(12u, m.Size());
-
-  m.IncreasePos(5);
-  EXPECT_TRUE(Reported(log, "FALSE", CKTestLog::kContinue));
-  EXPECT_EQ(0u, m.GetLength());
-  EXPECT_EQ(5u, m.m_nStartOffset);
-  m.DecreasePos(9);
-  EXPECT_EQ(0u, m.m_nStartOffset);
-  EXPECT_EQ(nullptr, m.GetFromStart(13, 1));
-  EXPECT_TRUE(Reported(log, "nOffset <= m_nAllocatedSize-m_nStartOffset"));
-}
-
-TEST(KMem, SetAppendDetachAttach) {
+TEST_F(KMemTest, SetAppendDetachAttach) {
   CKMem m;
   ASSERT_EQ(1, m.Set(0x01020304, 6));
   int v;
@@ -191,26 +204,7 @@ TEST(KMem, SetAppendDetachAttach) {
   EXPECT_EQ(0u, a.Size());
 }
 
-TEST(KMem, FreadFwriteAtThePosition) {
-  CKTestLog log;
-  FILE* fp = tmpfile();
-  ASSERT_NE(nullptr, fp);
-  CKMem m(6);
-  memcpy(Bytes(m), "xyz", 3);
-  EXPECT_EQ(2u, m.Fwrite(1, 2, fp));
-  EXPECT_EQ(0xFFFFFFFFu, m.Fwrite(1, 7, fp));
-  EXPECT_TRUE(Reported(log, "nEltSize * nEltCount <= (m_nAllocatedSize-m_nOffset-m_nStartOffset)"));
-  rewind(fp);
-  m.m_nOffset = 4;
-  EXPECT_EQ(2u, m.Fread(1, 2, fp));
-  EXPECT_EQ(0, memcmp(Bytes(m), "xyz\0xy", 6));
-  CKMemFake none(nullptr, 8);  // a size over no memory
-  EXPECT_EQ(0xFFFFFFFFu, none.Fread(1, 4, fp));
-  fclose(fp);
-}
-
-TEST(KMem, ZipAndUnzipInterworkWithZlib) {
-  CKTestLog log;
+TEST_F(KMemTest, ZipAndUnzipInterworkWithZlib) {
   std::string text;
   for (int i = 0; i < 200; ++i) text += "kelvor buffer line " + std::to_string(i % 7) + "\n";
   const unsigned n = (unsigned)text.size();
@@ -261,8 +255,7 @@ TEST(KMem, ZipAndUnzipInterworkWithZlib) {
   EXPECT_TRUE(Reported(log, "m_pMemRef->memList.Count()==1"));
 }
 
-TEST(KMem, HeapExhaustionThrows) {
-  CKTestLog log;
+TEST_F(KMemTest, HeapExhaustionThrows) {
   RefuseBlocks refuse(4096);
   CKMem m(16), view(m);
   try {
@@ -284,8 +277,7 @@ TEST(KMem, HeapExhaustionThrows) {
   EXPECT_EQ(2048u, z.Size());
 }
 
-TEST(KMem, FakeWrapsCallerMemory) {
-  CKTestLog log;
+TEST_F(KMemTest, FakeWrapsCallerMemory) {
   char buf[8] = "abcdefg";
   CKMem* pView;
   CKMemFake kept;

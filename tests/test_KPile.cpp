@@ -2,8 +2,7 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
-#include <string>
+#include <utility>
 
 #include <base/classes/list/KPile.h>
 #include <base/classes/list/KPtrList.h>
@@ -16,9 +15,7 @@ namespace {
 
 void* P(intptr_t n) { return (void*)n; }
 
-// Exposes the protected size check.
-class TestPile : public CKPile {
-public:
+struct TestPile : CKPile {
   using CKPileFast::CheckSize;
 };
 
@@ -53,22 +50,34 @@ TEST(KPile, GrowsAndShrinksByWholeSteps) {
   while (p.Count() > 100) p.PileRemove(0);
   EXPECT_EQ(128, p.PileSize());
   EXPECT_EQ(P(30), p.PileGet(0));  // 29 removed from the front
+
+  CKPile q;
+  q.SetStep(16);
+  for (int i = 0; i < 17; i++) q.PileAdd(P(i + 1));
+  EXPECT_EQ(32, q.PileSize());
+  q.SetStep(0);
+  EXPECT_EQ(128, q.PileGetStep());
+  EXPECT_EQ(32, q.PileSize());  // less than a step idle: kept
+
+  // SetSize keeps the count unless it is larger than the new size.
+  q.SetStep(10);
+  EXPECT_EQ(1, q.PileSetSize(95));
+  EXPECT_EQ(100, q.PileSize());
+  EXPECT_EQ(17, q.Count());
+  q.PileSetSize(4);
+  EXPECT_EQ(4, q.Count());
+  EXPECT_EQ(10, q.PileSize());
 }
 
 TEST(KPile, CheckSizeRules) {
   TestPile p;
-  p.data.elts = 300;  // count above size: whole steps
-  EXPECT_EQ(1, p.CheckSize());
-  EXPECT_EQ(384, p.PileSize());
-  p.data.elts = 384;  // count equal to size: one more step
-  EXPECT_EQ(1, p.CheckSize());
-  EXPECT_EQ(512, p.PileSize());
-  p.data.elts = 385;  // less than a step idle: nothing
-  EXPECT_EQ(1, p.CheckSize());
-  EXPECT_EQ(512, p.PileSize());
-  p.data.elts = 5;
-  EXPECT_EQ(1, p.CheckSize());
-  EXPECT_EQ(128, p.PileSize());
+  // {count, size}: whole steps above the size, one more at it, kept with less than a step idle.
+  const std::pair<int, int> aSizes[] = {{300, 384}, {384, 512}, {385, 512}, {5, 128}};
+  for (const auto& x : aSizes) {
+    p.data.elts = x.first;
+    EXPECT_EQ(1, p.CheckSize()) << x.first;
+    EXPECT_EQ(x.second, p.PileSize()) << x.first;
+  }
 
   // A stale ENOMEM makes the check fail although the block was obtained.
   p.data.elts = 128;
@@ -93,25 +102,6 @@ TEST(KPile, CheckSizeRules) {
   EXPECT_EQ(128, r.size);
   for (int i = 0; i < 128; i++) ASSERT_EQ(nullptr, r.ptr[i]);
   KPileEmpty(&r);
-}
-
-TEST(KPile, StepAndSize) {
-  CKPile p;
-  p.SetStep(16);
-  for (int i = 0; i < 17; i++) p.PileAdd(P(i + 1));
-  EXPECT_EQ(32, p.PileSize());
-  p.SetStep(0);
-  EXPECT_EQ(128, p.PileGetStep());
-  EXPECT_EQ(32, p.PileSize());  // less than a step idle: kept
-
-  // SetSize keeps the count unless it is larger than the new size.
-  p.SetStep(10);
-  EXPECT_EQ(1, p.PileSetSize(95));
-  EXPECT_EQ(100, p.PileSize());
-  EXPECT_EQ(17, p.Count());
-  p.PileSetSize(4);
-  EXPECT_EQ(4, p.Count());
-  EXPECT_EQ(10, p.PileSize());
 }
 
 TEST(KPile, SlotOperations) {
@@ -202,8 +192,7 @@ TEST(KPtrList, NonOwning) {
   Counted a(1), b(2), c(3);
   {
     CKPtrList<Counted> l;
-    l.Add(&a);
-    l.Add(&b);
+    for (Counted* x : {&a, &b}) l.Add(x);
     EXPECT_EQ(0, l.InsertAt(-1, &c));
     EXPECT_EQ(&a, l.GetAt(1));
     CKPtrList<Counted> copy(l);
@@ -220,9 +209,7 @@ TEST(KPtrList, NonOwning) {
   }
   EXPECT_EQ(3, Counted::alive);
   CKPtrList<Counted> owned;
-  owned.Add(new Counted(4));
-  owned.Add(nullptr);
-  owned.Add(new Counted(5));
+  for (Counted* x : {new Counted(4), (Counted*)nullptr, new Counted(5)}) owned.Add(x);
   owned.Delete(0);
   EXPECT_EQ(4, Counted::alive);
   owned.DeleteAll();

@@ -21,7 +21,7 @@ std::string TempPath(const char* szName) { return ::testing::TempDir() + "kelvor
 
 }  // namespace
 
-TEST(KStr, JoinAndNumbers) {
+TEST(KStr, JoinNumbersBoolsAndCase) {
   EXPECT_STREQ(KAnd("a", nullptr, "b", nullptr, "c"), "abc");
   // The 22- and 40-text forms: every slot joined in order, nulls skipped.
   const char* n = nullptr;
@@ -38,11 +38,9 @@ TEST(KStr, JoinAndNumbers) {
   EXPECT_EQ(KInt2("x", 7), 0);
 
   EXPECT_EQ(KIsStrictInt("-12"), 1);
-  for (const char* s : {"-", "1 ", " 1", "+1", "", "1-2", "--1", "1.0"}) EXPECT_EQ(KIsStrictInt(s), 0) << s;
-  EXPECT_EQ(KIsStrictInt(nullptr), 0);
-}
+  for (const char* s : {"-", "1 ", " 1", "+1", "", "1-2", "--1", "1.0", (const char*)nullptr})
+    EXPECT_EQ(KIsStrictInt(s), 0) << s;
 
-TEST(KStr, BoolsAndCase) {
   for (const char* s : {"1", "-3", "oui", "Vrai", "TRUE", "yes", "YeS"}) EXPECT_EQ(KBool(s), 1) << s;
   for (const char* s : {"no", "0", "faux", "x", "", "yess", "tru"}) EXPECT_EQ(KBool(s), 0) << s;
   EXPECT_EQ(KBool(nullptr), 0);
@@ -63,7 +61,7 @@ TEST(KStr, BoolsAndCase) {
   EXPECT_EQ(KStrNICmp("abX", "ABy", 2), 0);
 }
 
-TEST(KStr, InPlaceHelpers) {
+TEST(KStr, InPlaceHelpersAndShaping) {
   CKString s("abcdef");
   KTruncate2(s, 10);
   EXPECT_STREQ(s, "abcdef");
@@ -85,75 +83,7 @@ TEST(KStr, InPlaceHelpers) {
   EXPECT_EQ(KStrRemoveEnd(f, ".txt", TRUE), 1);
   EXPECT_STREQ(f, "report");
   EXPECT_EQ(KStrRemoveEnd(f, "longer than report"), 0);
-}
 
-TEST(KStr, ParseToSeparator) {
-  const char* rest = nullptr;
-  int found = -1;
-  EXPECT_STREQ(KStrParseToSeparator("key=value", '=', rest, &found), "key");
-  EXPECT_STREQ(rest, "value");
-  EXPECT_EQ(found, 1);
-  EXPECT_STREQ(KStrParseToSeparator("=x", '=', rest, &found), "");
-  EXPECT_STREQ(rest, "x");
-  EXPECT_EQ(found, 1);
-  EXPECT_STREQ(KStrParseToSeparator("abc", '=', rest, &found), "abc");
-  EXPECT_STREQ(rest, "");
-  EXPECT_EQ(found, 0);
-  EXPECT_STREQ(KStrParseToSeparator("a=b", '\0', rest, &found), "");
-  EXPECT_EQ(found, 0);
-
-  // Walking fields through rest; the text form matches the whole separator.
-  std::string joined;
-  for (const char* p = "a: 1: 2"; *p;) joined += KStrParseToSeparator(p, ": ", p).GetString() + std::string("|");
-  EXPECT_EQ(joined, "a|1|2|");
-}
-
-TEST(KStr, ParseRuns) {
-  CKList l;
-  l.Add("stale");
-  EXPECT_EQ("0:", Split(KStrParse(&l, " a  b ", " "), l));
-  EXPECT_EQ("2:a|b", Split(KStrParse(&l, "a  b ", " "), l));
-  EXPECT_EQ("3:a|b|c", Split(KStrParse(&l, "a,b;;c", ",;"), l));
-  EXPECT_EQ(KStrParse(nullptr, "a,b;;c", ",;"), 3);
-  EXPECT_EQ("1:", Split(KStrParse(&l, "a b", nullptr), l));  // count only
-
-  char buf[4];
-  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one  two three", " ", 1), "two");
-  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one  two three", " ", 2), "thr");
-  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one two", " ", 2), "");
-  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), " one", ' ', 0), "");
-  EXPECT_STREQ(KStrParseNth("a;b;;c", ';', 2), "c");
-  char own[] = "a bcd";
-  EXPECT_STREQ(KStrParseNth(own, sizeof(own), own, " ", 1), "bcd");  // s is buf itself
-}
-
-TEST(KStr, ParseFields) {
-  CKList l;
-  EXPECT_EQ("4:a||b|", Split(KStrParse(&l, "a;;b;", ';', 0), l));
-  EXPECT_EQ("3:a||b", Split(KStrParse(&l, "a,,b", ','), l));
-  EXPECT_EQ("2:a|", Split(KStrParse(&l, "a,", ','), l));
-  EXPECT_EQ("2:A B|C",
-            Split(KStrParse(&l, " a b ,\tc\r\n", ',', KSTR_PARSE_TRIM | KSTR_PARSE_UPCASE), l));
-  EXPECT_EQ("1: X ", Split(KStrParse(&l, " x ", ',', KSTR_PARSE_UPCASE), l));
-  EXPECT_EQ(KStrParse(nullptr, ";;", ';'), 3);
-  EXPECT_EQ("0:", Split(KStrParse(&l, "", ';'), l));
-}
-
-TEST(KStr, Lines) {
-  CKList l;
-  EXPECT_EQ("2:a|b", Split(KStrTextToList(&l, "a\r\nb"), l));
-  EXPECT_EQ("3:a||b", Split(KStrTextToList(&l, "a\n\rb"), l));
-  EXPECT_EQ("2:a|", Split(KStrTextToList(&l, "a\n"), l));
-  EXPECT_EQ(KStrTextToList(nullptr, "x\ny\rz"), 3);
-  EXPECT_EQ("0:", Split(KStrTextToList(&l, ""), l));
-
-  EXPECT_EQ("4:cp|my file|dest|open",
-            Split(KStrTextToWords(&l, "  cp \"my file\"\tdest\n\"open"), l));
-  EXPECT_EQ("2:|x", Split(KStrTextToWords(&l, "\"\" x"), l));
-  EXPECT_EQ(KStrTextToWords(nullptr, " \t "), 0);
-}
-
-TEST(KStr, Shaping) {
   EXPECT_STREQ(KTrim(" \t a b\r\n"), "a b");
   EXPECT_STREQ(KTrim("\va\v"), "\va\v");  // only space, tab, CR and LF
 
@@ -172,6 +102,84 @@ TEST(KStr, Shaping) {
   EXPECT_STREQ(KStrSize(~0ULL), "16 EB");
   EXPECT_STREQ(KStrBytesPerSec(3 * 1024 * 1024, 2000), "1.5 MB/s");
   EXPECT_STREQ(KStrBytesPerSec(2, 0), "2.0 KB/s");  // 0 ms counts as 1 ms
+}
+
+TEST(KStr, SeparatorsKeyValueAndHttp) {
+  // As "text|rest|found".
+  auto Parse = [](const char* s, char cSep) {
+    const char* rest = nullptr;
+    int found = -1;
+    std::string strText(KStrParseToSeparator(s, cSep, rest, &found));
+    return strText + "|" + rest + "|" + std::to_string(found);
+  };
+  EXPECT_EQ("key|value|1", Parse("key=value", '='));
+  EXPECT_EQ("|x|1", Parse("=x", '='));
+  EXPECT_EQ("abc||0", Parse("abc", '='));
+  EXPECT_EQ("||0", Parse("a=b", '\0'));
+
+  // Walking fields through rest; the text form matches the whole separator.
+  std::string joined;
+  for (const char* p = "a: 1: 2"; *p;) joined += KStrParseToSeparator(p, ": ", p).GetString() + std::string("|");
+  EXPECT_EQ(joined, "a|1|2|");
+
+  CKString k, v;
+  EXPECT_EQ(KStrParseKeyValue("  name = \" a b \" ", k, v), 1);
+  EXPECT_STREQ(k, "name");
+  EXPECT_STREQ(v, " a b ");
+  EXPECT_EQ(KStrParseKeyValue("=x", k, v), 0);
+  EXPECT_STREQ(v, "x");
+  EXPECT_EQ(KStrParseKeyValue(" lonely ", k, v), 0);
+  EXPECT_STREQ(k, "lonely");
+  EXPECT_EQ(v.GetLength(), 0u);
+  EXPECT_EQ(KStrParseKeyValue("a:b=c", k, v, ':'), 1);
+  EXPECT_STREQ(v, "b=c");
+  // The text parsed may be one of the results.
+  k = std::string(40, 'k').append("=v").c_str();
+  EXPECT_EQ(KStrParseKeyValue(k, k, v), 1);
+  EXPECT_EQ(std::string(k), std::string(40, 'k'));
+  EXPECT_STREQ(v, "v");
+
+  EXPECT_STREQ(KHttpDecode("a+b%20c%2fd%41"), "a b c/dA");
+  for (const char* s : {"100%", "%zz%4", "a%00b"}) EXPECT_STREQ(KHttpDecode(s), s);
+}
+
+TEST(KStr, ParseRunsFieldsAndLines) {
+  CKList l;
+  l.Add("stale");
+  EXPECT_EQ("0:", Split(KStrParse(&l, " a  b ", " "), l));
+  EXPECT_EQ("2:a|b", Split(KStrParse(&l, "a  b ", " "), l));
+  EXPECT_EQ("3:a|b|c", Split(KStrParse(&l, "a,b;;c", ",;"), l));
+  EXPECT_EQ(KStrParse(nullptr, "a,b;;c", ",;"), 3);
+  EXPECT_EQ("1:", Split(KStrParse(&l, "a b", nullptr), l));  // count only
+  // One separator character: every field counts, empty ones too.
+  EXPECT_EQ("4:a||b|", Split(KStrParse(&l, "a;;b;", ';', 0), l));
+  EXPECT_EQ("3:a||b", Split(KStrParse(&l, "a,,b", ','), l));
+  EXPECT_EQ("2:a|", Split(KStrParse(&l, "a,", ','), l));
+  EXPECT_EQ("2:A B|C",
+            Split(KStrParse(&l, " a b ,\tc\r\n", ',', KSTR_PARSE_TRIM | KSTR_PARSE_UPCASE), l));
+  EXPECT_EQ("1: X ", Split(KStrParse(&l, " x ", ',', KSTR_PARSE_UPCASE), l));
+  EXPECT_EQ(KStrParse(nullptr, ";;", ';'), 3);
+  EXPECT_EQ("0:", Split(KStrParse(&l, "", ';'), l));
+
+  char buf[4];
+  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one  two three", " ", 1), "two");
+  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one  two three", " ", 2), "thr");
+  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), "one two", " ", 2), "");
+  EXPECT_STREQ(KStrParseNth(buf, sizeof(buf), " one", ' ', 0), "");
+  EXPECT_STREQ(KStrParseNth("a;b;;c", ';', 2), "c");
+  char own[] = "a bcd";
+  EXPECT_STREQ(KStrParseNth(own, sizeof(own), own, " ", 1), "bcd");  // s is buf itself
+
+  EXPECT_EQ("2:a|b", Split(KStrTextToList(&l, "a\r\nb"), l));
+  EXPECT_EQ("3:a||b", Split(KStrTextToList(&l, "a\n\rb"), l));
+  EXPECT_EQ("2:a|", Split(KStrTextToList(&l, "a\n"), l));
+  EXPECT_EQ(KStrTextToList(nullptr, "x\ny\rz"), 3);
+  EXPECT_EQ("0:", Split(KStrTextToList(&l, ""), l));
+
+  EXPECT_EQ("4:cp|my file|dest|open",
+            Split(KStrTextToWords(&l, "  cp \"my file\"\tdest\n\"open"), l));
+  EXPECT_EQ("2:|x", Split(KStrTextToWords(&l, "\"\" x"), l));
+  EXPECT_EQ(KStrTextToWords(nullptr, " \t "), 0);
 }
 
 TEST(KStr, CLiterals) {
@@ -200,30 +208,6 @@ TEST(KStr, CLiterals) {
   const char* own = back;
   ASSERT_EQ(KStrConsumeCstr(own, back), 1);
   EXPECT_STREQ(back, "in place");
-}
-
-TEST(KStr, KeyValueAndHttp) {
-  CKString k, v;
-  EXPECT_EQ(KStrParseKeyValue("  name = \" a b \" ", k, v), 1);
-  EXPECT_STREQ(k, "name");
-  EXPECT_STREQ(v, " a b ");
-  EXPECT_EQ(KStrParseKeyValue("=x", k, v), 0);
-  EXPECT_STREQ(v, "x");
-  EXPECT_EQ(KStrParseKeyValue(" lonely ", k, v), 0);
-  EXPECT_STREQ(k, "lonely");
-  EXPECT_EQ(v.GetLength(), 0u);
-  EXPECT_EQ(KStrParseKeyValue("a:b=c", k, v, ':'), 1);
-  EXPECT_STREQ(v, "b=c");
-  // The text parsed may be one of the results.
-  k = std::string(40, 'k').append("=v").c_str();
-  EXPECT_EQ(KStrParseKeyValue(k, k, v), 1);
-  EXPECT_EQ(std::string(k), std::string(40, 'k'));
-  EXPECT_STREQ(v, "v");
-
-  EXPECT_STREQ(KHttpDecode("a+b%20c%2fd%41"), "a b c/dA");
-  EXPECT_STREQ(KHttpDecode("100%"), "100%");
-  EXPECT_STREQ(KHttpDecode("%zz%4"), "%zz%4");
-  EXPECT_STREQ(KHttpDecode("a%00b"), "a%00b");
 }
 
 TEST(KStr, Files) {

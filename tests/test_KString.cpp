@@ -2,13 +2,14 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include <base/tools/KException.h>
 #include <base/tools/KString.h>
 
 #include "KTestLog.h"
 
-TEST(KString, CapacityStepsAndGrowth) {
+TEST(KString, CapacityGrowthAndBuffers) {
   // {length, capacity}: powers of two up to 1024, then whole kilobytes.
   const unsigned anCaps[][2] = {{31, 32},     {32, 64},     {1023, 1024}, {1024, 2048},
                                 {2000, 2048}, {2047, 2048}, {2048, 3072}};
@@ -24,21 +25,51 @@ TEST(KString, CapacityStepsAndGrowth) {
   s = "x";
   EXPECT_EQ(64u, s.GetAllocLength());
   EXPECT_STREQ("x", s);
+
+  CKString t("abc");
+  CKString copy(t);
+  char* p = t.GetBuffer(100);
+  EXPECT_GE(t.GetAllocLength(), 101u);
+  strcpy(p, "longer text");
+  t.ReleaseBuffer();
+  EXPECT_EQ(11u, t.GetLength());
+  EXPECT_STREQ("abc", copy);
+  p = t.GetBufferSetLength(4);
+  EXPECT_EQ(4u, t.GetLength());
+  EXPECT_EQ(0, p[4]);
+  EXPECT_STREQ("long", t);
+  t.ReleaseBuffer(2);
+  EXPECT_STREQ("lo", t);
+  t.KConcatInPlace(3, "xyz");
+  t.KConcatInPlace('!');
+  t.KConcatInPlace(0, "ignored");
+  EXPECT_STREQ("loxyz!", t);
 }
 
 TEST(KString, EmptyRepresentationIsShared) {
   CKString a, b((const char*)nullptr), c(""), d("x");
   d.Empty();
-  EXPECT_EQ((const char*)a, (const char*)b);
-  EXPECT_EQ((const char*)a, (const char*)c);
-  EXPECT_EQ((const char*)a, (const char*)d);
   EXPECT_TRUE(a.IsEmpty());
   EXPECT_EQ(0u, a.GetAllocLength());
-  EXPECT_EQ((const char*)CKString("abcde").Left(0), (const char*)a);
-  EXPECT_EQ((const char*)CKString("abcde").Mid(10), (const char*)a);
+  for (const CKString& x : {b, c, d, CKString("abcde").Left(0), CKString("abcde").Mid(10)})
+    EXPECT_EQ((const char*)a, (const char*)x);
+
+  // Zero length in a private block is not IsEmpty, yet equals null.
+  CKString z[] = {"a", "   ", "xyz", "----"};
+  z[0].ReleaseBuffer(0);
+  z[1].TrimRight();
+  z[2] = (const char*)nullptr;
+  z[3].TrimRight('-');
+  for (const CKString& x : z) {
+    EXPECT_EQ(0u, x.GetLength()) << &x - z;
+    EXPECT_FALSE(x.IsEmpty()) << &x - z;
+    EXPECT_TRUE(x == (const char*)nullptr) << &x - z;
+  }
+  EXPECT_TRUE(CKString() == (const char*)nullptr);
+  EXPECT_FALSE(CKString("a") == (const char*)nullptr);
 }
 
-TEST(KString, CopyOnWrite) {
+TEST(KString, CopyOnWriteAndConcatenation) {
   CKString a("hello");
   CKString b(a);
   EXPECT_EQ((const char*)a, (const char*)b);
@@ -64,28 +95,20 @@ TEST(KString, CopyOnWrite) {
   d.Insert(1, (const char*)d);
   EXPECT_STREQ("aabb", d);
 
-  // Null assignment keeps a private block but zero length.
-  CKString e("xyz");
-  e = (const char*)nullptr;
-  EXPECT_EQ(0u, e.GetLength());
-  EXPECT_FALSE(e.IsEmpty());
+  CKString ab("ab");
+  EXPECT_STREQ("abcd", ab + "cd");
+  EXPECT_STREQ("cdab", "cd" + ab);
+  EXPECT_STREQ("ab!", ab + '!');
+  EXPECT_STREQ("!ab", '!' + ab);
+  EXPECT_STREQ("abstd", ab + std::string("std"));
+  std::string std1 = ab;
+  EXPECT_EQ("ab", std1);
+  EXPECT_STREQ("from std", CKString(std::string("from std")));
+  ab += (const char*)nullptr;
+  EXPECT_STREQ("ab", ab);
 }
 
-TEST(KString, IsEmptyVersusZeroLength) {
-  CKString s("a");
-  s.ReleaseBuffer(0);
-  EXPECT_EQ(0u, s.GetLength());
-  EXPECT_FALSE(s.IsEmpty());
-  CKString t("   ");
-  t.TrimRight();
-  EXPECT_EQ(0u, t.GetLength());
-  EXPECT_FALSE(t.IsEmpty());
-  EXPECT_TRUE(t == (const char*)nullptr);
-  EXPECT_TRUE(CKString() == (const char*)nullptr);
-  EXPECT_FALSE(CKString("a") == (const char*)nullptr);
-}
-
-TEST(KString, ComparisonRules) {
+TEST(KString, ComparisonSubStringsAndSearch) {
   CKString a("abc"), b("abd");
   EXPECT_TRUE(a == "abc");
   EXPECT_TRUE(a != b);
@@ -101,9 +124,7 @@ TEST(KString, ComparisonRules) {
   memcpy(z1.GetBufferSetLength(3), "a\0b", 3);
   memcpy(z2.GetBufferSetLength(3), "a\0c", 3);
   EXPECT_FALSE(z1 == z2);
-}
 
-TEST(KString, SubStringsAndSearch) {
   CKString s("hello world");
   EXPECT_STREQ("lo w", s.Mid(3, 4));
   EXPECT_STREQ("world", s.Mid(6, 100));
@@ -121,21 +142,17 @@ TEST(KString, SubStringsAndSearch) {
   EXPECT_EQ(4, s.ReverseFind('o', 6));
   EXPECT_EQ(2, s.FindOneOf("xyl"));
 
-  const struct {
-    const char* szText;
-    int nField;
-    BOOL bFound;
-    const char* szOut;
-  } aFields[] = {{"a,bb,,c", 1, TRUE, "bb"}, {"a,bb,,c", 2, TRUE, ""}, {"a,bb,,c", 3, TRUE, "c"},
-                 {"a,b", 5, FALSE, ""},       {nullptr, 0, FALSE, ""}};
-  for (const auto& f : aFields) {
+  const std::tuple<const char*, int, BOOL, const char*> aFields[] = {
+      {"a,bb,,c", 1, TRUE, "bb"}, {"a,bb,,c", 2, TRUE, ""}, {"a,bb,,c", 3, TRUE, "c"},
+      {"a,b", 5, FALSE, ""},      {nullptr, 0, FALSE, ""}};
+  for (const auto& [szText, nField, bFound, szOut] : aFields) {
     CKString out("keep");
-    EXPECT_EQ(f.bFound, AfxExtractSubString(out, f.szText, f.nField, ','));
-    EXPECT_EQ(std::string(f.szOut), std::string(out)) << f.nField;
+    EXPECT_EQ(bFound, AfxExtractSubString(out, szText, nField, ','));
+    EXPECT_EQ(std::string(szOut), std::string(out)) << nField;
   }
 }
 
-TEST(KString, Modification) {
+TEST(KString, ModificationAndTrimming) {
   CKString s("abcdefg");
   EXPECT_EQ(7, s.Delete(2, 3));
   EXPECT_STREQ("abfg", s);
@@ -161,17 +178,12 @@ TEST(KString, Modification) {
   EXPECT_EQ(1, shared.Replace('b', 'B'));
   EXPECT_STREQ("abc", g);
 
-  CKString u("MiXed-123");
+  CKString u("MiXed-1\xe9\xc9");  // ASCII letters only
   u.MakeUpper();
-  EXPECT_STREQ("MIXED-123", u);
+  EXPECT_STREQ("MIXED-1\xe9\xc9", u);
   u.MakeLower();
-  EXPECT_STREQ("mixed-123", u);
-  CKString hi("\xe9t\xc9");
-  hi.MakeUpper();
-  EXPECT_STREQ("\xe9T\xc9", hi);  // ASCII only
-}
+  EXPECT_STREQ("mixed-1\xe9\xc9", u);
 
-TEST(KString, Trimming) {
   CKString t(" \t\r\nabc \n");
   t.TrimLeft();
   EXPECT_STREQ("abc \n", t);
@@ -188,46 +200,6 @@ TEST(KString, Trimming) {
   EXPECT_STREQ("a   ", a);
   a.TrimRight();
   EXPECT_STREQ("a", a);
-  CKString all("----");
-  all.TrimRight('-');
-  EXPECT_EQ(0u, all.GetLength());
-  EXPECT_FALSE(all.IsEmpty());
-}
-
-TEST(KString, BufferAccess) {
-  CKString s("abc");
-  CKString copy(s);
-  char* p = s.GetBuffer(100);
-  EXPECT_GE(s.GetAllocLength(), 101u);
-  strcpy(p, "longer text");
-  s.ReleaseBuffer();
-  EXPECT_EQ(11u, s.GetLength());
-  EXPECT_STREQ("abc", copy);
-  p = s.GetBufferSetLength(4);
-  EXPECT_EQ(4u, s.GetLength());
-  EXPECT_EQ(0, p[4]);
-  EXPECT_STREQ("long", s);
-  s.ReleaseBuffer(2);
-  EXPECT_STREQ("lo", s);
-  s.KConcatInPlace(3, "xyz");
-  s.KConcatInPlace('!');
-  s.KConcatInPlace(0, "ignored");
-  EXPECT_STREQ("loxyz!", s);
-}
-
-TEST(KString, Concatenation) {
-  CKString a("ab");
-  EXPECT_STREQ("abcd", a + "cd");
-  EXPECT_STREQ("cdab", "cd" + a);
-  EXPECT_STREQ("ab!", a + '!');
-  EXPECT_STREQ("!ab", '!' + a);
-  EXPECT_STREQ("abstd", a + std::string("std"));
-  std::string std1 = a;
-  EXPECT_EQ("ab", std1);
-  CKString b(std::string("from std"));
-  EXPECT_STREQ("from std", b);
-  a += (const char*)nullptr;
-  EXPECT_STREQ("ab", a);
 }
 
 TEST(KString, FormatMeasuresEnough) {
@@ -250,8 +222,7 @@ TEST(KString, FormatMeasuresEnough) {
 TEST(KString, LoadStringFromRegisteredTable) {
   KStringTableClear();
   KStringTableSet(7, "seven");
-  std::string longText(700, 'L');
-  KStringTableSet(8, longText.c_str());
+  KStringTableSet(8, std::string(700, 'L').c_str());
   std::string edge(254, 'E');  // leaves only 2 bytes of the first 256 unused
   KStringTableSet(9, edge.c_str());
   CKString s;

@@ -15,7 +15,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Also collects the debugger output.
 struct CaptureTools : CKTestLog {
   void DebugOutput(const char* s) override {
     std::lock_guard<std::mutex> g(mutex);
@@ -57,12 +56,7 @@ TEST(KSync, CriticalSectionExcludesAndKeepsAFlagNotACount) {
   EXPECT_TRUE(cs.Unlock());
   EXPECT_FALSE(TKCriticalSectionIsLocked(&cs));
   EXPECT_TRUE(cs.Unlock());
-  std::promise<void> got;
-  std::future<void> f = got.get_future();
-  std::thread t([&] {
-    CKCriticalSectionLock g(&cs);
-    got.set_value();
-  });
+  std::future<void> f = std::async(std::launch::async, [&] { CKCriticalSectionLock g(&cs); });
   EXPECT_TRUE(Blocked(f));
   // A copy shares the section and the flag, so two flagged Unlocks leave twice.
   cs.Lock();
@@ -74,7 +68,6 @@ TEST(KSync, CriticalSectionExcludesAndKeepsAFlagNotACount) {
   }
   cs.Unlock();
   f.wait();
-  t.join();
 }
 
 TEST(KSync, WaitableSectionWaitBudget) {
@@ -119,18 +112,14 @@ TEST(KSync, SharedAndExclusiveLocks) {
             tools.debug);
 
   // An exclusive holder waits for both shared holders.
-  std::promise<void> got;
-  std::future<void> f = got.get_future();
-  std::thread t([&] {
-    CKLockSWS w(&sws, TRUE, INFINITE);
-    if (w.IsLocked()) got.set_value();
+  std::future<void> f = std::async(std::launch::async, [&] {
+    EXPECT_TRUE(CKLockSWS(&sws, TRUE, INFINITE).IsLocked());
   });
   EXPECT_TRUE(Blocked(f));
   EXPECT_TRUE(r1.Unlock());
   EXPECT_TRUE(Blocked(f));
   EXPECT_TRUE(r2.Unlock());
   f.wait();
-  t.join();
   EXPECT_EQ(0, sws.m_nStatus);
   EXPECT_TRUE(r1.Unlock());  // not locked: nothing changes
   EXPECT_EQ(0, sws.m_nStatus);
@@ -156,7 +145,7 @@ TEST(KSync, SharedAndExclusiveLocks) {
   EXPECT_TRUE(tools.LastIsAssert("pWS", "src/KTools"));
 }
 
-TEST(KSync, RotRegistryAndReferences) {
+TEST(KSync, RotRegistryReferencesAndLocks) {
   CaptureTools tools;
   CKRot* rot = KRot();
   CObject* pFound = nullptr;
@@ -189,8 +178,7 @@ TEST(KSync, RotRegistryAndReferences) {
   EXPECT_EQ(&wnd, pFound);
   ASSERT_EQ(1u, tools.Count());
   EXPECT_TRUE(tools.LastIsAssert("pReffedObj != NULL", "src/KTools"));
-  rot->Unregister("t.wnd");
-  rot->Unregister("t.view");
+  for (const char* szKey : {"t.wnd", "t.view"}) rot->Unregister(szKey);
 
   // Raw pointers live in holders that the table owns.
   int x = 0, y = 0;
@@ -215,28 +203,23 @@ TEST(KSync, RotRegistryAndReferences) {
   POSITION pos = probe.GetFirstPos();
   EXPECT_EQ(nullptr, probe.GetNext(pos));
   EXPECT_EQ(&wnd, probe.GetNext(pos));
-}
 
-TEST(KSync, RotLockAcrossThreads) {
   CKRotLock held("t.lock", 0);
   EXPECT_TRUE(held.IsLocked());
   EXPECT_TRUE(KRot()->ExistKey("t.lock"));  // registered with a null object
-  std::promise<void> tried, got;
-  std::future<void> f = got.get_future();
-  std::thread t([&] {
+  std::promise<void> tried;
+  std::future<void> f = std::async(std::launch::async, [&] {
     EXPECT_FALSE(CKRotLock("t.lock", 0).IsLocked());
     CKRotLock later;
     EXPECT_FALSE(later.Lock("t.lock", 20));
     tried.set_value();
     EXPECT_TRUE(later.Lock("t.lock", INFINITE));
-    got.set_value();
   });
   tried.get_future().wait();
   EXPECT_TRUE(Blocked(f));
   held.Unlock();
   EXPECT_FALSE(held.IsLocked());
   f.wait();
-  t.join();
   EXPECT_FALSE(KRot()->ExistKey("t.lock"));  // the thread's lock went with it
   EXPECT_FALSE(held.Lock("", INFINITE));
 }

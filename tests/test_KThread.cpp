@@ -118,7 +118,7 @@ TEST(KThread, CallbackRunsUntilStopAndWaitAndNotifies) {
             tools.Texts());
 }
 
-TEST(KThread, ForcedTermination) {
+TEST(KThread, ForcedTerminationAutoDeleteAndErrors) {
   Notices notices;
   HWND h = KMessageTargetCreate(NoticeProc, &notices);
   for (bool bSpin : {false, true}) {
@@ -134,12 +134,9 @@ TEST(KThread, ForcedTermination) {
     EXPECT_EQ(0, KMessagePump(h, 0));
   }
   KMessageTargetDestroy(h);
-}
 
-TEST(KThread, AutoDeleteAndErrors) {
   std::promise<void> gone;
   SelfDeleting* p = new SelfDeleting(&gone);
-  EXPECT_TRUE(p->m_bAutoDelete);
   ASSERT_TRUE(p->Start());
   gone.get_future().wait();  // the thread deleted its object
 
@@ -154,13 +151,24 @@ TEST(KThread, AutoDeleteAndErrors) {
   EXPECT_STREQ("IsStopping,m_pFunc=", CKString(bad.GetDisplay()).Left(19));
   EXPECT_EQ(CKTestLog::Strings{"ERROR => CKThread: Exception in thread body: boom"},
             tools.Texts());
+
+  // A thread the system cannot create: a stack larger than any address space.
+  tools.Clear();
+  bad.Reset();
+  bad.SetStackSize((size_t)1 << 62);
+  EXPECT_FALSE(bad.Start(Thrower, nullptr, 0, 0, nullptr, nullptr));
+  EXPECT_TRUE(bad.GetError() == 1 && !bad.IsRunning());
+  EXPECT_EQ(CKTestLog::Strings{"ERROR => CKThread::Start: the thread cannot be created"},
+            tools.Texts());
+  bad.SetStackSize(0);
+  EXPECT_TRUE(bad.Start(Thrower, nullptr, 0, 0, nullptr, nullptr) && bad.GetError() == 0);
+  bad.StopAndWait(5);
 }
 
 TEST(KThread, Priorities) {
-  EXPECT_STREQ("ABOVE", KPriorityText(1));
-  EXPECT_STREQ("IDLE", KPriorityText(-15));
-  EXPECT_STREQ("<null>", KPriorityText(2147483647));
-  EXPECT_STREQ("THREAD_PRIORITY n 15", KPriorityText(15));
+  const std::pair<int, const char*> aTexts[] = {
+      {1, "ABOVE"}, {-15, "IDLE"}, {2147483647, "<null>"}, {15, "THREAD_PRIORITY n 15"}};
+  for (const auto& [n, szText] : aTexts) EXPECT_STREQ(szText, KPriorityText(n)) << n;
   // Lowering is always allowed from normal; raising again may be refused.
   CKTestLog tools;
   int bNormal = FALSE, bStartedNormal = FALSE;

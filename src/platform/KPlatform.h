@@ -48,9 +48,10 @@ void DebugWrite(const char* szText);
 // Identifier of the calling thread (a small stable number per thread).
 uint32_t CurrentThreadId();
 
-// Threads. A thread runs pFunc(pArg) and then ends.
+// Threads. A thread runs pFunc(pArg) and then ends. nStackSize 0 takes the
+// system's default stack; null when the thread cannot be created.
 struct Thread;
-Thread* ThreadCreate(void (*pFunc)(void*), void* pArg);
+Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize = 0);
 // Waits for the end up to nMilliseconds; true when it has ended.
 bool ThreadWait(Thread* t, uint32_t nMilliseconds);
 bool ThreadHasEnded(Thread* t);
@@ -79,6 +80,9 @@ bool LocalTime(time_t t, struct tm* pTm);
 bool GmTime(time_t t, struct tm* pTm);
 time_t MakeTimeGm(struct tm* pTm);
 void TzSet();
+// Date and time of pTm in the user's default locale's short form ("%x %X"
+// of the locale the environment selects); false when it cannot be made.
+bool FormatUserDateTime(const struct tm* pTm, char* pBuffer, size_t nSize);
 
 }  // namespace kplat
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include <dirent.h>
+#include <locale.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -156,6 +157,18 @@ bool GmTime(time_t t, struct tm* pTm) { return gmtime_r(&t, pTm) != nullptr; }
 time_t MakeTimeGm(struct tm* pTm) { return timegm(pTm); }
 void TzSet() { tzset(); }
 
+// The user's default locale is the one the environment names (LC_ALL,
+// LC_TIME, LANG), whatever locale the program itself has selected.
+bool FormatUserDateTime(const struct tm* pTm, char* pBuffer, size_t nSize) {
+  if (!pTm || !pBuffer || nSize == 0) return false;
+  locale_t loc = newlocale(LC_TIME_MASK, "", (locale_t)0);
+  if (!loc) loc = newlocale(LC_TIME_MASK, "C", (locale_t)0);
+  if (!loc) return false;
+  const size_t n = strftime_l(pBuffer, nSize, "%x %X", pTm, loc);
+  freelocale(loc);
+  return n != 0;
+}
+
 // ---------------------------------------------------------------- environment
 bool GetEnv(const char* szName, std::string& strValue) {
   if (!szName) return false;
@@ -213,15 +226,27 @@ static void* ThreadTrampoline(void* p) {
   return nullptr;
 }
 
-Thread* ThreadCreate(void (*pFunc)(void*), void* pArg) {
+Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize) {
+  pthread_attr_t attr;
+  if (pthread_attr_init(&attr) != 0) return nullptr;
+  // A size the system refuses fails here, like a stack it cannot map later.
+  if (nStackSize && pthread_attr_setstacksize(&attr, nStackSize) != 0) {
+    pthread_attr_destroy(&attr);
+    return nullptr;
+  }
   Thread* t = new (std::nothrow) Thread;
-  if (!t) return nullptr;
+  if (!t) {
+    pthread_attr_destroy(&attr);
+    return nullptr;
+  }
   t->pFunc = pFunc;
   t->pArg = pArg;
   t->pEnded = EventNew(true, false);
   t->nRefs = 2;
   t->bJoined = false;
-  if (pthread_create(&t->id, nullptr, ThreadTrampoline, t) != 0) {
+  const int rc = pthread_create(&t->id, &attr, ThreadTrampoline, t);
+  pthread_attr_destroy(&attr);
+  if (rc != 0) {
     EventFree(t->pEnded);
     delete t;
     return nullptr;

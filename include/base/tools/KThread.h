@@ -72,6 +72,10 @@ public:
   // Prepares a finished thread for another Start; FALSE while it runs.
   int Reset();
   int GetError() const { return m_iError; }
+  // Stack of the threads that Start creates, in bytes; 0 (the default) takes
+  // the system's default. A size the system refuses makes Start fail.
+  void SetStackSize(size_t nBytes) { m_nStackSize = nBytes; }
+  size_t GetStackSize() const { return m_nStackSize; }
   CKString GetErrorMsg() const { return m_strError; }
 
   BOOL m_bAutoDelete;
@@ -91,6 +95,7 @@ protected:
   std::atomic<int> m_bEnded;
   std::atomic<int> m_bRunning;
   char m_cLang;
+  size_t m_nStackSize;
 
 private:
   static void ThreadEntry(void* pArg);
