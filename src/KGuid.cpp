@@ -48,7 +48,13 @@ void Print(char* buf, const char* szFormat, const GUID& g) {
 
 inline const unsigned char* Raw(const GUID& g) { return (const unsigned char*)&g; }
 
-const char* const kNoRoom = "ERROR => CKListGuid: the list cannot grow";
+// nIndex, or -1 after freeing p and logging when the pile could not take it.
+int Kept(int nIndex, CKGuid* p) {
+  if (nIndex >= 0) return nIndex;
+  delete p;
+  KLog(KLOG_ERROR, "ERROR => CKListGuid: the list cannot grow");
+  return -1;
+}
 
 }  // namespace
 
@@ -223,11 +229,7 @@ CKListGuid& CKListGuid::operator=(const CKListGuid& l) {
   for (int i = 0; i < l.Count(); ++i) {
     CKGuid* p = l.GetData(i);
     CKGuid* pCopy = p ? new (std::nothrow) CKGuid(*p) : nullptr;
-    if (PileAdd(pCopy) < 0) {
-      delete pCopy;
-      KLog(KLOG_ERROR, kNoRoom);
-      break;
-    }
+    if (Kept(PileAdd(pCopy), pCopy) < 0) break;
   }
   return *this;
 }
@@ -236,23 +238,14 @@ CKListGuid::~CKListGuid() { DeleteAll(); }
 
 int CKListGuid::Add(const CKGuid& g) {
   CKGuid* p = new (std::nothrow) CKGuid(g);
-  int i = PileAdd(p);
-  if (i < 0) {
-    delete p;
-    KLog(KLOG_ERROR, kNoRoom);
-  }
-  return i;
+  return Kept(PileAdd(p), p);
 }
 
 void CKListGuid::Set(int i, const CKGuid& g) {
   CKGuid* p = new (std::nothrow) CKGuid(g);
   const int nOld = Count();
-  const int n = PileSet(i, p);
-  if (n < 0) {
-    delete p;
-    KLog(KLOG_ERROR, kNoRoom);
-    return;
-  }
+  const int n = Kept(PileSet(i, p), p);
+  if (n < 0) return;
   // Slots the pile opened may hold stale pointers of removed elements.
   for (int k = nOld; k < n; ++k) data.ptr[k] = nullptr;
 }

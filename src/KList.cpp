@@ -33,6 +33,17 @@ int Extend(CKPileFast& p, int n, unsigned nLine) {
   return nOld;
 }
 
+// Deletes the elements below the count, last first, and sets the count to 0.
+// Slots past the count may hold stale pointers and are left alone.
+template <class T>
+void FreeCounted(CKPileFast& p) {
+  for (int i = p.data.elts - 1; i >= 0; i--) {
+    delete (T*)p.data.ptr[i];
+    p.data.ptr[i] = nullptr;
+  }
+  p.data.elts = 0;
+}
+
 // Appends a copy of each of the first n elements of src (which may be p).
 void AppendCopies(CKPileFast& p, const CKPileFast& src, int n, unsigned nLine) {
   const int nBase = Extend(p, n, nLine);
@@ -358,13 +369,8 @@ int CKList::InsertUniqueAt(int nIndex, const char* sz, int bNoCase) {
 
 int CKList::PreAlloc(int n) {
   // Meant for an empty list: elements it already has are replaced or cut
-  // off, so they are freed here rather than lost. Slots past the count may
-  // hold stale pointers and are only overwritten.
-  for (int i = data.elts - 1; i >= 0; i--) {
-    delete (CKString*)data.ptr[i];
-    data.ptr[i] = nullptr;
-  }
-  data.elts = 0;
+  // off, so they are freed here rather than lost.
+  FreeCounted<CKString>(*this);
   PileSetSize(n);
   if (n > data.size) throw CKMemoryException(KSRC_PATH, __LINE__);
   for (int i = 0; i < n; i++) PileSetNoCheck(i, NewStr("", __LINE__));
@@ -417,11 +423,7 @@ CKListList& CKListList::operator=(const CKListList& l) {
 
 int CKListList::PreAlloc(int n) {
   // As CKList::PreAlloc: the lists it replaces or cuts off are deleted.
-  for (int i = data.elts - 1; i >= 0; i--) {
-    delete (CKList*)data.ptr[i];
-    data.ptr[i] = nullptr;
-  }
-  data.elts = 0;
+  FreeCounted<CKList>(*this);
   PileSetSize(n);
   if (n > data.size) throw CKMemoryException(KSRC_PATH, __LINE__);
   for (int i = 0; i < n; i++) {

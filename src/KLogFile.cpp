@@ -8,17 +8,6 @@
 
 #include "platform/KPlatform.h"
 
-namespace {
-// A forced termination (deferred cancellation) acts at fopen, fprintf and
-// fclose; held off for one line so the file is always closed and the line
-// whole.
-struct NoCancel {
-  NoCancel() : bOld(kplat::ThreadSetCancelEnabled(false)) {}
-  ~NoCancel() { kplat::ThreadSetCancelEnabled(bOld); }
-  bool bOld;
-};
-}  // namespace
-
 CKLogFile::CKLogFile() {}
 
 // Copies name and stamp under the source's lock (a writer may be stamping
@@ -52,8 +41,10 @@ void CKLogFile::SetFileName(const char* szName) {
   m_strFileName = szName;
 }
 
+// A forced termination acts at fopen, fprintf and fclose: it is held off for
+// one line, so the file is always closed and the line whole.
 void CKLogFile::Write(const char* szFormat, va_list args, int bNewLine) {
-  NoCancel noCancel;
+  kplat::NoCancelScope noCancel;
   CKCriticalSectionLock lock(&m_cs);
   m_dtStamp.CurrentDate();
   FILE* f = fopen(m_strFileName, "a+");
@@ -79,7 +70,7 @@ void CKLogFile::LogNoCR(const char* szFormat, ...) {
 }
 
 void CKLogFile::LogNoCRWithThreadID(const char* szText) {
-  NoCancel noCancel;
+  kplat::NoCancelScope noCancel;
   CKCriticalSectionLock lock(&m_cs);
   m_dtStamp.CurrentDate();
   FILE* f = fopen(m_strFileName, "a+");

@@ -45,13 +45,12 @@ CKThread::CKThread(HWND hNotify)
 CKThread::~CKThread() {
   // A destructor must not be cut short by a pending forced termination of
   // the thread that runs it (the waits below are cancellation points).
-  const bool bCancel = kplat::ThreadSetCancelEnabled(false);
+  kplat::NoCancelScope noCancel;
   if (!m_bAutoDelete) StopAndWait(1);
   kplat::ThreadRelease(m_pThread);
   m_pThread = nullptr;
   kplat::EventFree(m_pStartGate);
   kplat::EventFree(m_pStopEvent);
-  kplat::ThreadSetCancelEnabled(bCancel);
 }
 
 void CKThread::ThreadEntry(void* pArg) {

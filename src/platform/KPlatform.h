@@ -93,6 +93,14 @@ void ThreadTestCancel();
 // Enables or disables forced termination of the calling thread; returns the
 // previous setting.
 bool ThreadSetCancelEnabled(bool bEnabled);
+// Holds off forced termination of the calling thread for its lifetime.
+struct NoCancelScope {
+  NoCancelScope() : bOld(ThreadSetCancelEnabled(false)) {}
+  ~NoCancelScope() { ThreadSetCancelEnabled(bOld); }
+  NoCancelScope(const NoCancelScope&) = delete;
+  NoCancelScope& operator=(const NoCancelScope&) = delete;
+  bool bOld;
+};
 }  // namespace kplat
 
 #endif  // KELVOR_KPLATFORM_H
