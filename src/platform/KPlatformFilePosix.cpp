@@ -1,0 +1,111 @@
+// Files on POSIX.
+#include "platform/KPlatformFile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "platform/KPlatformEnv.h"
+
+namespace kplat {
+
+FILE* FileOpen(const char* szName, const char* szMode) {
+  if (!szName || !szMode) return nullptr;
+  // "e": the descriptor is opened with O_CLOEXEC (GNU C library and the BSDs).
+  std::string strMode(szMode);
+  strMode += 'e';
+  for (;;) {
+    FILE* f = fopen(szName, strMode.c_str());
+    if (f || errno != EINTR) return f;
+  }
+}
+
+// '*' and '?' as the system's file search reads them; "*.*" is everything.
+static bool WildMatch(const char* p, const char* s) {
+  const char* pStar = nullptr;
+  const char* sStar = nullptr;
+  while (*s) {
+    if (*p == '?' || *p == *s) {
+      ++p;
+      ++s;
+    } else if (*p == '*') {
+      pStar = p++;
+      sStar = s;
+    } else if (pStar) {
+      p = pStar + 1;
+      s = ++sStar;
+    } else {
+      return false;
+    }
+  }
+  while (*p == '*') ++p;
+  return !*p || strcmp(p, ".*") == 0;
+}
+
+static uint64_t ToFileTicks(int64_t nSec, long nNsec) {
+  // 11644473600 s from 1601 to 1970; times before 1601 clamp to 0.
+  const int64_t n = nSec + 11644473600LL;
+  if (n < 0) return 0;
+  return (uint64_t)n * 10000000u + (uint64_t)nNsec / 100u;
+}
+
+// Last-write and creation times of one path.
+static bool PathTimes(const std::string& strPath, uint64_t* pWrite, uint64_t* pCreate) {
+#if defined(__linux__) && defined(STATX_BTIME)
+  // Linux-only: statx gives the birth time where the file system keeps one.
+  struct statx sx;
+  if (statx(AT_FDCWD, strPath.c_str(), 0, STATX_MTIME | STATX_BTIME | STATX_CTIME, &sx) == 0) {
+    if (pWrite) *pWrite = ToFileTicks(sx.stx_mtime.tv_sec, (long)sx.stx_mtime.tv_nsec);
+    if (pCreate) {
+      const struct statx_timestamp& t = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime : sx.stx_ctime;
+      *pCreate = ToFileTicks(t.tv_sec, (long)t.tv_nsec);
+    }
+    return true;
+  }
+  if (errno != ENOSYS) return false;
+#endif
+  // POSIX fallback: no birth time, the last status change stands in.
+  struct stat st;
+  if (stat(strPath.c_str(), &st) != 0) return false;
+  if (pWrite) *pWrite = ToFileTicks(st.st_mtim.tv_sec, st.st_mtim.tv_nsec);
+  if (pCreate) *pCreate = ToFileTicks(st.st_ctim.tv_sec, st.st_ctim.tv_nsec);
+  return true;
+}
+
+bool FindFileTimes(const char* szPattern, uint64_t* pWrite, uint64_t* pCreate) {
+  if (!szPattern || !*szPattern) return false;
+  std::string strPath(szPattern);
+  const size_t nSlash = strPath.find_last_of('/');
+  const std::string strDir =
+      nSlash == std::string::npos ? "." : strPath.substr(0, nSlash ? nSlash : 1);
+  const std::string strName = nSlash == std::string::npos ? strPath : strPath.substr(nSlash + 1);
+  if (strName.find_first_of("*?") != std::string::npos) {
+    // opendir opens its descriptor close-on-exec.
+    DIR* d = opendir(strDir.c_str());
+    if (!d) return false;
+    std::string strBest;
+    bool bFound = false;
+    for (;;) {
+      errno = 0;
+      struct dirent* e = readdir(d);
+      if (!e) {
+        if (errno != 0) ReportError("readdir", errno);
+        break;
+      }
+      if (WildMatch(strName.c_str(), e->d_name) && (!bFound || strBest > e->d_name)) {
+        strBest = e->d_name;
+        bFound = true;
+      }
+    }
+    closedir(d);
+    if (!bFound) return false;
+    strPath = (strDir == "/" ? "/" : strDir + "/") + strBest;
+  }
+  return PathTimes(strPath, pWrite, pCreate);
+}
+
+}  // namespace kplat
