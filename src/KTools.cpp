@@ -6,12 +6,14 @@
 
 #include <cstring>
 #include <map>
+#include <memory>
 #include <string>
 
 #include <base/tools/KDebug.h>
 #include <base/tools/KStr.h>
 #include <base/tools/KTools.h>
 
+#include "KAlloc.h"
 #include "platform/KPlatform.h"
 
 // ---------------------------------------------------------------- critical section
@@ -22,10 +24,10 @@ struct CKCriticalSection::Section {
 };
 
 static CKCriticalSection::Section* SectionNew() {
-  CKCriticalSection::Section* p = new CKCriticalSection::Section;
+  std::unique_ptr<CKCriticalSection::Section> p(KMEM_TRY(new CKCriticalSection::Section));
   p->pMutex = kplat::MutexNew();
   p->nRefs = 1;
-  return p;
+  return p.release();
 }
 
 static void SectionUnref(CKCriticalSection::Section* p) {
@@ -35,23 +37,28 @@ static void SectionUnref(CKCriticalSection::Section* p) {
   }
 }
 
+// The flag is cleared before the section is left: once left, the next holder
+// owns the flag.
+static void LeaveAndClear(CKCriticalSection::Section* p, std::atomic<int>& bLocked) {
+  bLocked.store(0);
+  kplat::MutexUnlock(p->pMutex);
+}
+
 void TKCriticalSectionInit(CKCriticalSection* cs, int bLock) {
   KASSERT_RET(cs != nullptr);
   cs->m_pSection = SectionNew();
-  cs->m_bLocked = 0;
+  cs->m_bLocked.store(0);
   if (bLock) {
     kplat::MutexLock(cs->m_pSection->pMutex);
-    cs->m_bLocked = 1;
+    cs->m_bLocked.store(1);
   }
 }
 
 void TKCriticalSectionTerm(CKCriticalSection* cs) {
   KASSERT_RET(cs != nullptr);
   if (!cs->m_pSection) return;
-  if (cs->m_bLocked) {
-    cs->m_bLocked = 0;
-    kplat::MutexUnlock(cs->m_pSection->pMutex);
-  }
+  if (cs->m_bLocked.load() && kplat::MutexIsOwned(cs->m_pSection->pMutex))
+    LeaveAndClear(cs->m_pSection, cs->m_bLocked);
   SectionUnref(cs->m_pSection);
   cs->m_pSection = nullptr;
 }
@@ -59,23 +66,26 @@ void TKCriticalSectionTerm(CKCriticalSection* cs) {
 int TKCriticalSectionLock(CKCriticalSection* cs) {
   KASSERT_RETV(cs != nullptr && cs->m_pSection != nullptr, FALSE);
   kplat::MutexLock(cs->m_pSection->pMutex);
-  cs->m_bLocked = 1;
+  cs->m_bLocked.store(1);
   return TRUE;
 }
 
 int TKCriticalSectionUnlock(CKCriticalSection* cs) {
   KASSERT_RETV(cs != nullptr && cs->m_pSection != nullptr, FALSE);
   // A flag, not a count: only the first Unlock after a Lock leaves.
-  if (cs->m_bLocked) {
-    cs->m_bLocked = 0;
-    kplat::MutexUnlock(cs->m_pSection->pMutex);
+  if (!cs->m_bLocked.load()) return TRUE;
+  if (!kplat::MutexIsOwned(cs->m_pSection->pMutex)) {
+    // Leaving a section another thread holds would break it for its holder.
+    KLog(KLOG_ERROR, "ERROR => CKCriticalSection::Unlock: the section is held by another thread");
+    return FALSE;
   }
-  return !cs->m_bLocked;
+  LeaveAndClear(cs->m_pSection, cs->m_bLocked);
+  return TRUE;
 }
 
 int TKCriticalSectionIsLocked(const CKCriticalSection* cs) {
   KASSERT_RETV(cs != nullptr, FALSE);
-  return cs->m_bLocked;
+  return cs->m_bLocked.load();
 }
 
 CKCriticalSection::CKCriticalSection(int bLock) : m_pSection(nullptr), m_bLocked(0) {
@@ -83,7 +93,7 @@ CKCriticalSection::CKCriticalSection(int bLock) : m_pSection(nullptr), m_bLocked
 }
 
 CKCriticalSection::CKCriticalSection(const CKCriticalSection& o)
-    : m_pSection(o.m_pSection), m_bLocked(o.m_bLocked) {
+    : m_pSection(o.m_pSection), m_bLocked(o.m_bLocked.load()) {
   if (m_pSection) m_pSection->nRefs.fetch_add(1);
 }
 
@@ -96,11 +106,18 @@ CKCriticalSection& CKCriticalSection::operator=(const CKCriticalSection& o) {
   if (o.m_pSection) o.m_pSection->nRefs.fetch_add(1);
   TKCriticalSectionTerm(this);
   m_pSection = o.m_pSection;
-  m_bLocked = o.m_bLocked;
+  m_bLocked.store(o.m_bLocked.load());
   return *this;
 }
 
 int CKCriticalSection::Lock() { return TKCriticalSectionLock(this); }
+int CKCriticalSection::TryLock() {
+  KASSERT_RETV(m_pSection != nullptr, FALSE);
+  if (!kplat::MutexTryLock(m_pSection->pMutex)) return FALSE;
+  m_bLocked.store(1);
+  return TRUE;
+}
+
 int CKCriticalSection::Unlock() { return TKCriticalSectionUnlock(this); }
 int CKCriticalSection::IsLocked() const { return TKCriticalSectionIsLocked(this); }
 
@@ -115,10 +132,9 @@ void TKCriticalSectionLockInit(CKCriticalSectionLock* l, CKCriticalSection* cs, 
 void TKCriticalSectionLockTerm(CKCriticalSectionLock* l) {
   KASSERT_RET(l != nullptr);
   CKCriticalSection* cs = l->m_pCS;
-  if (cs && cs->m_pSection && l->m_bLocked && cs->m_bLocked) {
-    cs->m_bLocked = 0;
-    kplat::MutexUnlock(cs->m_pSection->pMutex);
-  }
+  if (cs && cs->m_pSection && l->m_bLocked && cs->m_bLocked.load() &&
+      kplat::MutexIsOwned(cs->m_pSection->pMutex))
+    LeaveAndClear(cs->m_pSection, cs->m_bLocked);
 }
 
 void TKCriticalSectionLockLock(CKCriticalSectionLock* l) {
@@ -126,7 +142,7 @@ void TKCriticalSectionLockLock(CKCriticalSectionLock* l) {
   CKCriticalSection* cs = l->m_pCS;
   if (!cs || !cs->m_pSection) return;
   kplat::MutexLock(cs->m_pSection->pMutex);
-  cs->m_bLocked = 1;
+  cs->m_bLocked.store(1);
   l->m_bLocked = 1;
 }
 
@@ -134,10 +150,8 @@ void TKCriticalSectionLockUnlock(CKCriticalSectionLock* l) {
   KASSERT_RET(l != nullptr);
   CKCriticalSection* cs = l->m_pCS;
   if (!cs || !l->m_bLocked) return;
-  if (cs->m_bLocked && cs->m_pSection) {
-    cs->m_bLocked = 0;
-    kplat::MutexUnlock(cs->m_pSection->pMutex);
-  }
+  if (cs->m_bLocked.load() && cs->m_pSection && kplat::MutexIsOwned(cs->m_pSection->pMutex))
+    LeaveAndClear(cs->m_pSection, cs->m_bLocked);
   l->m_bLocked = 0;
 }
 
@@ -304,7 +318,7 @@ inline RotEntry* FromPos(POSITION pos) { return reinterpret_cast<RotEntry*>(pos)
 
 }  // namespace
 
-CKRot::CKRot() : m_pMap(new Map) {}
+CKRot::CKRot() : m_pMap(KMEM_TRY(new Map)) {}
 
 CKRot::~CKRot() {
   // Pointer holders belong to the table; registered objects do not.
@@ -320,17 +334,32 @@ int CKRot::Register(const char* key, CObject* pObj, unsigned long dwTimeout, COb
 int CKRot::DoRegister(const char* key, CObject* pObj, unsigned long dwTimeout, CObject** ppFound,
                       int bAddRef, void** ppFoundPtr) {
   if (KIsEmpty(key)) return FALSE;
+  // The reference taken on the holder of the key is given back when a
+  // forced termination unwinds the wait; the caller keeps it otherwise.
+  struct HeldRef {
+    CKRot* pRot;
+    CObject* pObj = nullptr;
+    ~HeldRef() { pRot->RotRelease(pObj); }
+    CObject* Keep() {
+      CObject* p = pObj;
+      pObj = nullptr;
+      return p;
+    }
+  } held{this};
   CObject* pFound = nullptr;
   for (;;) {
     // The reference taken on the previous pass's holder is not kept.
-    if (bAddRef) RotRelease(pFound);
+    if (bAddRef) RotRelease(held.Keep());
     int bStored;
     {
       CKLockWS lock(&m_ws, TRUE, FALSE);
-      auto ins = m_pMap->items.emplace(key, pObj);
+      auto ins = KMEM_TRY(m_pMap->items.emplace(key, pObj));
       bStored = ins.second;
       pFound = ins.first->second;
-      if (bAddRef) RotAddRef(pFound);
+      if (bAddRef) {
+        RotAddRef(pFound);
+        held.pObj = pFound;
+      }
       // Read the holder's pointer while the holder is sure to exist.
       if (ppFoundPtr) {
         CObjectPtrHolder* pHolder = dynamic_cast<CObjectPtrHolder*>(pFound);
@@ -338,10 +367,12 @@ int CKRot::DoRegister(const char* key, CObject* pObj, unsigned long dwTimeout, C
       }
     }
     if (bStored) {
+      held.Keep();
       if (ppFound) *ppFound = pFound;
       return TRUE;
     }
     if (!WaitRot(dwTimeout)) {
+      held.Keep();
       if (ppFound) *ppFound = pFound;
       return FALSE;
     }
@@ -349,9 +380,10 @@ int CKRot::DoRegister(const char* key, CObject* pObj, unsigned long dwTimeout, C
 }
 
 void CKRot::RegisterPtr(const char* key, void* p, unsigned long dwTimeout, void** ppFound) {
-  CObjectPtrHolder* pHolder = new CObjectPtrHolder(p);
+  // Owned here until the table takes it (also when a wait is unwound).
+  std::unique_ptr<CObjectPtrHolder> pHolder(KMEM_TRY(new CObjectPtrHolder(p)));
   void* pFound = nullptr;
-  if (!DoRegister(key, pHolder, dwTimeout, nullptr, FALSE, &pFound)) delete pHolder;
+  if (DoRegister(key, pHolder.get(), dwTimeout, nullptr, FALSE, &pFound)) pHolder.release();
   if (ppFound) *ppFound = pFound;
 }
 

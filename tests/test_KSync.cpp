@@ -30,8 +30,6 @@ struct RotProbe : CKRot {
   using CKRot::GetNextKey;
 };
 
-bool Blocked(std::future<void>& f) { return f.wait_for(50ms) == std::future_status::timeout; }
-
 }  // namespace
 
 TEST(KSync, CriticalSectionExcludesAndKeepsAFlagNotACount) {
@@ -56,8 +54,14 @@ TEST(KSync, CriticalSectionExcludesAndKeepsAFlagNotACount) {
   EXPECT_TRUE(cs.Unlock());
   EXPECT_FALSE(TKCriticalSectionIsLocked(&cs));
   EXPECT_TRUE(cs.Unlock());
-  std::future<void> f = std::async(std::launch::async, [&] { CKCriticalSectionLock g(&cs); });
-  EXPECT_TRUE(Blocked(f));
+  auto tryFromOtherThread = [&] {
+    return std::async(std::launch::async, [&] {
+      const int bIn = cs.TryLock();
+      if (bIn) cs.Unlock();
+      return bIn;
+    }).get();
+  };
+  EXPECT_FALSE(tryFromOtherThread());
   // A copy shares the section and the flag, so two flagged Unlocks leave twice.
   cs.Lock();
   {
@@ -67,7 +71,21 @@ TEST(KSync, CriticalSectionExcludesAndKeepsAFlagNotACount) {
     copy.Unlock();
   }
   cs.Unlock();
-  f.wait();
+  EXPECT_TRUE(tryFromOtherThread());
+
+  // Leaving a section another thread holds is refused and changes nothing.
+  CKTestLog tools;
+  cs.Lock();
+  std::async(std::launch::async, [&] {
+    EXPECT_FALSE(cs.Unlock());
+    EXPECT_TRUE(cs.IsLocked());
+    EXPECT_FALSE(cs.TryLock());
+  }).get();
+  EXPECT_EQ(CKTestLog::Strings{"ERROR => CKCriticalSection::Unlock: the section is held by "
+                               "another thread"},
+            tools.Texts());
+  EXPECT_TRUE(cs.Unlock());
+  EXPECT_TRUE(tryFromOtherThread());
 }
 
 TEST(KSync, WaitableSectionWaitBudget) {
@@ -111,15 +129,20 @@ TEST(KSync, SharedAndExclusiveLocks) {
                 "####################### Wait LogNum Status timeout - exclusive, status = 2"},
             tools.debug);
 
-  // An exclusive holder waits for both shared holders.
-  std::future<void> f = std::async(std::launch::async, [&] {
-    EXPECT_TRUE(CKLockSWS(&sws, TRUE, INFINITE).IsLocked());
-  });
-  EXPECT_TRUE(Blocked(f));
+  // An exclusive holder waits for both shared holders: a bounded try fails
+  // while either holds, an unbounded one gets in once both have gone.
+  auto exclusive = [&](unsigned long dw) {
+    return std::async(std::launch::async, [&sws, dw] {
+      return CKLockSWS(&sws, TRUE, dw).IsLocked();
+    });
+  };
+  EXPECT_FALSE(exclusive(30).get());
   EXPECT_TRUE(r1.Unlock());
-  EXPECT_TRUE(Blocked(f));
+  EXPECT_FALSE(exclusive(30).get());
+  std::future<int> f = exclusive(INFINITE);
   EXPECT_TRUE(r2.Unlock());
-  f.wait();
+  EXPECT_TRUE(f.get());
+  tools.debug.clear();
   EXPECT_EQ(0, sws.m_nStatus);
   EXPECT_TRUE(r1.Unlock());  // not locked: nothing changes
   EXPECT_EQ(0, sws.m_nStatus);
@@ -129,8 +152,9 @@ TEST(KSync, SharedAndExclusiveLocks) {
   EXPECT_EQ(-1, sws.m_nStatus);
   CKLockSWS r(&sws, FALSE, 0);
   EXPECT_FALSE(r.IsLocked());
-  EXPECT_EQ("####################### Wait LogNum Status timeout - non-exclusive, status = -1",
-            tools.debug.back());
+  EXPECT_EQ(std::vector<std::string>{"####################### Wait LogNum Status timeout - "
+                                     "non-exclusive, status = -1"},
+            tools.debug);
   r.SetLocked(TRUE);  // claims a hold it does not have: the mismatch is reported
   EXPECT_FALSE(r.Unlock());
   EXPECT_TRUE(w.Unlock());
@@ -215,8 +239,7 @@ TEST(KSync, RotRegistryReferencesAndLocks) {
     tried.set_value();
     EXPECT_TRUE(later.Lock("t.lock", INFINITE));
   });
-  tried.get_future().wait();
-  EXPECT_TRUE(Blocked(f));
+  tried.get_future().wait();  // the bounded tries failed: the name was held
   held.Unlock();
   EXPECT_FALSE(held.IsLocked());
   f.wait();

@@ -42,7 +42,8 @@ KELVOR_API int TKCriticalSectionLockIsLocked(const CKCriticalSectionLock* l);
 
 // Re-entrant critical section. m_bLocked is a flag, not a count: two Locks
 // followed by two Unlocks leave the section entered once, because the second
-// Unlock finds the flag already clear.
+// Unlock finds the flag already clear. An Unlock from a thread that does not
+// hold the section is refused (logged, FALSE) and leaves it as it is.
 class KELVOR_API CKCriticalSection {
 public:
   explicit CKCriticalSection(int bLock = FALSE);
@@ -54,6 +55,9 @@ public:
   CKCriticalSection& operator=(const CKCriticalSection& o);
 
   int Lock();
+  // Enters only if no other thread holds the section: TRUE (flag set) when
+  // entered, FALSE at once otherwise.
+  int TryLock();
   int Unlock();
   int IsLocked() const;
 
@@ -72,7 +76,8 @@ private:
   friend void TKCriticalSectionLockUnlock(CKCriticalSectionLock*);
 
   Section* m_pSection;
-  int m_bLocked;
+  // Written by the holder only; read by any thread (IsLocked).
+  std::atomic<int> m_bLocked;
 };
 
 // Scoped guard over a CKCriticalSection (which may be null).
