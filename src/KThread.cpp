@@ -59,8 +59,8 @@ void CKThread::ThreadEntry(void* pArg) {
   // There is no message loop: whatever InitInstance says, the thread ends.
   pThis->InitInstance();
   // The body is over: a forced termination has nothing left to cut short,
-  // and must not strike inside the destructors that run from here.
-  kplat::ThreadSetCancelEnabled(false);
+  // and must not strike inside the end-of-thread work and destructors.
+  kplat::NoCancelScope noCancel;
   pThis->ExitInstance();
   if (pThis->m_bAutoDelete) delete pThis;
 }
@@ -172,6 +172,9 @@ int CKThread::WaitStopping(unsigned long nMilliseconds) {
 int CKThread::IsRunning() { return IsAlive(); }
 
 void CKThread::StopAndWait(int nSeconds) {
+  // Stopping a thread releases it: a worker that runs this (often from a
+  // destructor) is not terminated half-way.
+  kplat::NoCancelScope noCancel;
   if (!IsAlive()) return;
   Stop();
   // Polls every 100 ms; the wait on the thread returns as soon as it ends.
@@ -186,6 +189,7 @@ void CKThread::StopAndWait(int nSeconds) {
 }
 
 int CKThread::HardDestroy() {
+  kplat::NoCancelScope noCancel;
   EndOfThread();
   if (!m_pThread) return FALSE;
   if (!kplat::ThreadTerminate(m_pThread)) return FALSE;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <future>
 #include <stdexcept>
@@ -15,6 +16,7 @@
 #include <lang/KLangList.h>
 
 #include "KTestLog.h"
+#include "KTestTemp.h"
 
 namespace {
 
@@ -58,6 +60,37 @@ struct Stubborn : CKThread {
   std::promise<void> m_started;
   std::atomic<bool> m_bUnwound{false}, m_bReachedEnd{false};
   CKWaitableSection m_never;
+};
+
+// A body whose last destructor does file I/O and sleeps (blocking calls of
+// the C library) while a forced termination is requested.
+struct EndsInDestructor : CKThread {
+  explicit EndsInDestructor(std::string strFile) : m_strFile(std::move(strFile)) {
+    m_bAutoDelete = FALSE;
+  }
+  void Func() override {
+    struct Busy {
+      EndsInDestructor* p;
+      ~Busy() {
+        p->m_inDestructor.set_value();
+        // HardDestroy marks the end before it terminates: from here on the
+        // termination request is on its way.
+        while (!p->m_bEnded) std::this_thread::yield();
+        for (int i = 0; i < 40; ++i) {
+          FILE* f = fopen(p->m_strFile.c_str(), "a");
+          if (f) {
+            fputs("x", f);
+            fclose(f);
+          }
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        p->m_bDestructorDone = true;
+      }
+    } busy{this};
+  }
+  std::string m_strFile;
+  std::promise<void> m_inDestructor;
+  std::atomic<bool> m_bDestructorDone{false};
 };
 
 struct SelfDeleting : CKThread {
@@ -135,6 +168,19 @@ TEST(KThread, ForcedTerminationAutoDeleteAndErrors) {
   }
   KMessageTargetDestroy(h);
 
+  // Terminated while a destructor runs: the destructor finishes, the thread
+  // ends, the process goes on.
+  {
+    CKTestTempDir dir;
+    CKTestLog tools;
+    EndsInDestructor th(dir.Path("io.txt"));
+    ASSERT_TRUE(th.Start());
+    th.m_inDestructor.get_future().wait();
+    EXPECT_TRUE(th.HardDestroy());
+    EXPECT_TRUE(th.m_bDestructorDone && !th.IsRunning());
+    EXPECT_EQ(0u, tools.Count());  // no "did not end"
+  }
+
   std::promise<void> gone;
   SelfDeleting* p = new SelfDeleting(&gone);
   ASSERT_TRUE(p->Start());
@@ -158,8 +204,10 @@ TEST(KThread, ForcedTerminationAutoDeleteAndErrors) {
   bad.SetStackSize((size_t)1 << 62);
   EXPECT_FALSE(bad.Start(Thrower, nullptr, 0, 0, nullptr, nullptr));
   EXPECT_TRUE(bad.GetError() == 1 && !bad.IsRunning());
-  EXPECT_EQ(CKTestLog::Strings{"ERROR => CKThread::Start: the thread cannot be created"},
-            tools.Texts());
+  // The system's refusal, then the thread's own line.
+  ASSERT_EQ(2u, tools.Count());
+  EXPECT_EQ(0u, tools.Texts()[0].find("ERROR => "));
+  EXPECT_EQ("ERROR => CKThread::Start: the thread cannot be created", tools.Last());
   bad.SetStackSize(0);
   EXPECT_TRUE(bad.Start(Thrower, nullptr, 0, 0, nullptr, nullptr) && bad.GetError() == 0);
   bad.StopAndWait(5);

@@ -30,14 +30,17 @@ typedef void (*KThreadFunc)(CKThread* pObj, long lParam1, long lParam2, const ch
 // and 0 as lParam.
 //
 // Forced termination (HardDestroy, StopAndWait past its time) takes hold
-// when the worker next blocks in a wait or sleep (a cancellation point of
-// the system) or calls IsStopping/WaitStopping. The worker's stack is then
-// unwound (destructors run), the rest of the body and ExitInstance are
-// skipped, and an auto-deleting object is left to its owner to delete. A
-// body that never reaches such a point cannot be terminated, and one that
-// is cut short inside a destructor ends the process; a body should poll
-// IsStopping and return. A derived class with members used by its body
-// should call StopAndWait in its own destructor.
+// only when the worker next waits or sleeps through the library (event and
+// section waits, WaitStopping, the message pump) or calls IsStopping, and
+// never while the library releases resources (destructors, StopAndWait,
+// HardDestroy, log-file lines). The worker's stack is then unwound
+// (destructors run), the rest of the body and ExitInstance are skipped, and
+// an auto-deleting object is left to its owner to delete. The C library's
+// own blocking calls (file and socket I/O, condition variables) never end a
+// worker. A body that never reaches a library wait cannot be terminated; a
+// body should poll IsStopping and return. A derived class with members used
+// by its body should call StopAndWait in its own destructor. docs/design.md
+// lists what forced termination can and cannot promise.
 class KELVOR_API CKThread {
 public:
   CKThread();
@@ -76,7 +79,8 @@ public:
   // the system's default. A size the system refuses makes Start fail.
   void SetStackSize(size_t nBytes) { m_nStackSize = nBytes; }
   size_t GetStackSize() const { return m_nStackSize; }
-  CKString GetErrorMsg() const { return m_strError; }
+  // A private copy: the text was written by the worker thread.
+  CKString GetErrorMsg() const { return CKString(m_strError.GetString()); }
 
   BOOL m_bAutoDelete;
 
