@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
-#include <mutex>
+#include <memory>
 #include <string>
 
 #include <base/classes/list/KList.h>
@@ -18,6 +18,7 @@
 #include <base/tools/KStr.h>
 #include <base/tools/KTools.h>
 
+#include "KAlloc.h"
 #include "platform/KPlatform.h"
 
 // ---------------------------------------------------------------- tools object
@@ -29,7 +30,7 @@ int g_nDbgCount = 0;
 // Set from one thread, read by every logging thread: the pair is read and
 // written together under its lock, and called outside it.
 struct DebugOutputHook {
-  std::mutex lock;
+  kplat::Mutex* pLock = kplat::MutexNew();
   KDebugOutputFunc pFunc = nullptr;
   void* pContext = nullptr;
 };
@@ -57,7 +58,7 @@ void KToolsInit(CKTools* p) { g_pTools.store(p, std::memory_order_release); }
 
 void KSetDebugOutput(KDebugOutputFunc pFunc, void* pContext) {
   DebugOutputHook& h = DebugHook();
-  std::lock_guard<std::mutex> g(h.lock);
+  kplat::MutexGuard g(h.pLock);
   h.pFunc = pFunc;
   h.pContext = pContext;
 }
@@ -89,16 +90,20 @@ void CKTools::Log(const char* szText, int nType) {
   CKString strLine = KAnd(szText, "\n");
   HWND hWnd = m_hWndMain;
   if (hWnd && KIsMessageTarget(hWnd)) {
-    CKLogMsg* pMsg = new CKLogMsg;
+    std::unique_ptr<CKLogMsg> pMsg(KMEM_TRY(new CKLogMsg));
     pMsg->m_nReserved = 0;
-    pMsg->m_strText = strLine;
+    // A block of the record's own: the receiver may free it on another thread
+    // while this one still holds strLine (string counts are not atomic).
+    pMsg->m_strText = (const char*)strLine;
     pMsg->m_nType = nType;
     // The owner thread gets it at once; other threads queue it so a worker
     // never waits on the interface thread.
-    if (KMessageIsOwnerThread(hWnd))
-      KSendMessage(hWnd, KWM_LOG, (WPARAM)nType, (LPARAM)pMsg);
-    else if (!KPostMessage(hWnd, KWM_LOG, (WPARAM)nType, (LPARAM)pMsg))
-      delete pMsg;
+    // The target owns a record it was given; one it refused is freed here.
+    if (KMessageIsOwnerThread(hWnd)) {
+      KSendMessage(hWnd, KWM_LOG, (WPARAM)nType, (LPARAM)pMsg.release());
+    } else if (KPostMessage(hWnd, KWM_LOG, (WPARAM)nType, (LPARAM)pMsg.get())) {
+      pMsg.release();
+    }
   } else {
     DebugOutput(strLine);
   }
@@ -135,7 +140,7 @@ void CKTools::DebugOutput(const char* szText) {
   void* pContext;
   {
     DebugOutputHook& h = DebugHook();
-    std::lock_guard<std::mutex> g(h.lock);
+    kplat::MutexGuard g(h.pLock);
     pFunc = h.pFunc;
     pContext = h.pContext;
   }
@@ -311,7 +316,7 @@ struct LeakTracker {
   CKPtrList<void>* ListAt(int i) {
     CKPtrList<void>* p = (CKPtrList<void>*)lists.PileGet(i);
     if (!p) {
-      p = new CKPtrList<void>;
+      p = KMEM_TRY(new CKPtrList<void>);
       lists.PileSet(i, p);
     }
     return p;
@@ -331,10 +336,8 @@ LeakTracker& Tracker() {
   return *p;
 }
 
-struct TrackerLock {
-  explicit TrackerLock(LeakTracker& t) : r(t) { kplat::MutexLock(r.pLock); }
-  ~TrackerLock() { kplat::MutexUnlock(r.pLock); }
-  LeakTracker& r;
+struct TrackerLock : kplat::MutexGuard {
+  explicit TrackerLock(LeakTracker& t) : kplat::MutexGuard(t.pLock) {}
 };
 
 }  // namespace

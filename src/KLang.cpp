@@ -6,9 +6,11 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 #include <base/tools/KDebug.h>
+
+#include "KAlloc.h"
+#include "platform/KPlatform.h"
 
 namespace {
 
@@ -40,13 +42,14 @@ void CopyPrivate(const CKLangList& src, CKLangList& dst) {
 }
 
 struct KLangState {
-  std::mutex mutex;
+  kplat::Mutex* pMutex = kplat::MutexNew();
   CKLangList table;
 };
 
+// Never destroyed: threads may still look texts up while statics go.
 KLangState& State() {
-  static KLangState s;
-  return s;
+  static KLangState* p = new KLangState;
+  return *p;
 }
 
 // Languages in the current table: look-ups skip the lock while it is empty.
@@ -74,7 +77,7 @@ CKList* CKLangList::Add(char cCode) {
   const char szKey[2] = {cCode, 0};
   if (CKList* p = m_Langs.Get(szKey)) return p;
   if (!m_Langs.HasTable()) m_Langs.InitHashTable(s_nLangTableSize, s_nLangStep);
-  std::unique_ptr<CKList> pNew(new CKList);
+  std::unique_ptr<CKList> pNew(KMEM_TRY(new CKList));
   m_strCodes += cCode;
   try {
     m_Langs.Set(szKey, pNew.get());
@@ -169,7 +172,7 @@ void KLangSetTable(CKLangList& table, int bDetach) {
   CopyPrivate(table, fresh);
   if (bDetach) table.DeleteAll();
   KLangState& st = State();
-  std::lock_guard<std::mutex> lock(st.mutex);
+  kplat::MutexGuard lock(st.pMutex);
   fresh.Detach(st.table);
   g_nLangs.store(st.table.Count(), std::memory_order_release);
 }
@@ -178,7 +181,7 @@ void KLangGetTable(CKLangList& target) {
   CKLangList copy;
   {
     KLangState& st = State();
-    std::lock_guard<std::mutex> lock(st.mutex);
+    kplat::MutexGuard lock(st.pMutex);
     CopyPrivate(st.table, copy);
   }
   copy.Detach(target);
@@ -198,7 +201,7 @@ CKString KLangString(int nId) {
   if (nId < 0 || g_nLangs.load(std::memory_order_acquire) == 0) return CKString();
   const char cLang = t_cLang;
   KLangState& st = State();
-  std::lock_guard<std::mutex> lock(st.mutex);
+  kplat::MutexGuard lock(st.pMutex);
   const CKString* ps = StringAt(st.table.Get(cLang), nId);
   if (!ps || !ps->GetLength()) ps = StringAt(st.table.GetAt(0), nId);
   // A private copy: the table's blocks never leave the lock.
@@ -208,7 +211,7 @@ CKString KLangString(int nId) {
 CKString KLangString(int nId, char cLang) {
   if (nId < 0 || g_nLangs.load(std::memory_order_acquire) == 0) return CKString();
   KLangState& st = State();
-  std::lock_guard<std::mutex> lock(st.mutex);
+  kplat::MutexGuard lock(st.pMutex);
   const CKString* ps = StringAt(st.table.Get(cLang), nId);
   return ps ? CKString(ps->GetString()) : CKString();
 }

@@ -11,10 +11,12 @@
 CKLogFile::CKLogFile() {}
 
 // Copies name and stamp under the source's lock (a writer may be stamping
-// it); the lock itself is never shared.
+// it); the lock itself is never shared, and neither is the name's block: the
+// two objects are guarded by different locks and string counts are not
+// atomic.
 CKLogFile::CKLogFile(const CKLogFile& o) {
   CKCriticalSectionLock lock(&o.m_cs);
-  m_strFileName = o.m_strFileName;
+  m_strFileName = (const char*)o.m_strFileName;
   m_dtStamp = o.m_dtStamp;
 }
 
@@ -24,12 +26,12 @@ CKLogFile& CKLogFile::operator=(const CKLogFile& o) {
   CKDateTime dtStamp;
   {
     CKCriticalSectionLock lock(&o.m_cs);
-    strName = o.m_strFileName;
+    strName = (const char*)o.m_strFileName;
     dtStamp = o.m_dtStamp;
   }
   // One lock at a time: a = b and b = a on two threads cannot deadlock.
   CKCriticalSectionLock lock(&m_cs);
-  m_strFileName = strName;
+  m_strFileName = (const char*)strName;
   m_dtStamp = dtStamp;
   return *this;
 }
@@ -41,13 +43,18 @@ void CKLogFile::SetFileName(const char* szName) {
   m_strFileName = szName;
 }
 
-// A forced termination acts at fopen, fprintf and fclose: it is held off for
-// one line, so the file is always closed and the line whole.
+CKString CKLogFile::GetFileName() const {
+  CKCriticalSectionLock lock(&m_cs);
+  return CKString((const char*)m_strFileName);
+}
+
+// Forced termination is held off for one line, so the file is always closed
+// and the line whole.
 void CKLogFile::Write(const char* szFormat, va_list args, int bNewLine) {
   kplat::NoCancelScope noCancel;
   CKCriticalSectionLock lock(&m_cs);
   m_dtStamp.CurrentDate();
-  FILE* f = fopen(m_strFileName, "a+");
+  FILE* f = kplat::FileOpen(m_strFileName, "a+");
   if (!f) return;
   fprintf(f, "%s: ", (const char*)m_dtStamp.Format('/', ':', '.'));
   if (szFormat) vfprintf(f, szFormat, args);
@@ -73,7 +80,7 @@ void CKLogFile::LogNoCRWithThreadID(const char* szText) {
   kplat::NoCancelScope noCancel;
   CKCriticalSectionLock lock(&m_cs);
   m_dtStamp.CurrentDate();
-  FILE* f = fopen(m_strFileName, "a+");
+  FILE* f = kplat::FileOpen(m_strFileName, "a+");
   if (!f) return;
   fprintf(f, "%s: (%08X) %s", (const char*)m_dtStamp.Format('/', ':', '.'),
           (unsigned)kplat::CurrentThreadId(), szText ? szText : "");

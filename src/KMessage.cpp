@@ -5,10 +5,12 @@
 #include <base/tools/KMessage.h>
 
 #include <deque>
+#include <memory>
 #include <set>
 
 #include <base/tools/KDebug.h>
 
+#include "KAlloc.h"
 #include "platform/KPlatform.h"
 
 struct KHWND__ {
@@ -37,9 +39,8 @@ Registry& Reg() {
   return *p;
 }
 
-struct RegLock {
-  RegLock() { kplat::MutexLock(Reg().pLock); }
-  ~RegLock() { kplat::MutexUnlock(Reg().pLock); }
+struct RegLock : kplat::MutexGuard {
+  RegLock() : kplat::MutexGuard(Reg().pLock) {}
 };
 
 bool IsLive(HWND h) { return h && Reg().targets.count(h) != 0; }
@@ -51,14 +52,19 @@ HWND KMessageTargetCreate(KMessageProc pProc, void* pContext) {
     KLog(KLOG_ASSERT, "KMessageTargetCreate: no message procedure");
     return nullptr;
   }
-  HWND h = new KHWND__;
+  std::unique_ptr<KHWND__> h(KMEM_TRY(new KHWND__));
   h->pProc = pProc;
   h->pContext = pContext;
   h->nOwnerThread = kplat::CurrentThreadId();
   h->pQueued = kplat::EventNew(false, false);
   RegLock lock;
-  Reg().targets.insert(h);
-  return h;
+  try {
+    KMEM_TRY(Reg().targets.insert(h.get()));
+  } catch (...) {
+    kplat::EventFree(h->pQueued);
+    throw;
+  }
+  return h.release();
 }
 
 BOOL KMessageTargetDestroy(HWND hWnd) {
@@ -101,7 +107,7 @@ BOOL KMessageIsOwnerThread(HWND hWnd) {
 BOOL KPostMessage(HWND hWnd, UINT nMsg, WPARAM wParam, LPARAM lParam) {
   RegLock lock;
   if (!IsLive(hWnd)) return FALSE;
-  hWnd->queue.push_back({nMsg, wParam, lParam});
+  KMEM_TRY(hWnd->queue.push_back({nMsg, wParam, lParam}));
   kplat::EventSet(hWnd->pQueued);
   return TRUE;
 }
@@ -113,7 +119,7 @@ LRESULT KSendMessage(HWND hWnd, UINT nMsg, WPARAM wParam, LPARAM lParam) {
     RegLock lock;
     if (!IsLive(hWnd)) return 0;
     if (hWnd->nOwnerThread != kplat::CurrentThreadId()) {
-      hWnd->queue.push_back({nMsg, wParam, lParam});
+      KMEM_TRY(hWnd->queue.push_back({nMsg, wParam, lParam}));
       kplat::EventSet(hWnd->pQueued);
       return 0;
     }

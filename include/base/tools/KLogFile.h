@@ -19,7 +19,8 @@ public:
   virtual ~CKLogFile();
 
   void SetFileName(const char* szName);
-  const CKString& GetFileName() const { return m_strFileName; }
+  // A copy of the name, taken under the lock.
+  CKString GetFileName() const;
 
   // "<time stamp>: " + the formatted text + "\n".
   void Log(const char* szFormat, ...)
