@@ -262,7 +262,7 @@ void KDbgReport(const char* szFile, int nLine) {
   if (!LogOn()) return;
   char szDate[128];
   struct tm t;
-  time_t now = time(nullptr);
+  const time_t now = kplat::CurrentTime();
   if (now == (time_t)-1 || !kplat::LocalTime(now, &t) ||
       !kplat::FormatUserDateTime(&t, szDate, sizeof(szDate)))
     strcpy(szDate, "Invalid DateTime");

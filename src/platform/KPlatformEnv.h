@@ -10,6 +10,12 @@
 
 namespace kplat {
 
+struct Mutex;
+// The lock around the process's environment and time-zone state: getenv,
+// setenv and the C library's time-zone conversions (which read TZ) are not
+// safe against each other.
+Mutex* EnvLock();
+
 // Environment variables: false when the variable does not exist.
 bool GetEnv(const char* szName, std::string& strValue);
 bool SetEnv(const char* szName, const char* szValue);

@@ -13,9 +13,7 @@
 
 namespace kplat {
 
-// getenv and setenv are not safe against each other: both go through one
-// lock (the environment is the process's, so is the lock).
-static Mutex* EnvLock() {
+Mutex* EnvLock() {
   static Mutex* p = MutexNew();  // outlives static destructors
   return p;
 }

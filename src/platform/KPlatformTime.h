@@ -3,7 +3,7 @@
 // POSIX: KPlatformTimePosix.cpp. Windows counterparts: TickCount is
 // GetTickCount; PerfCounter/PerfFrequency are QueryPerformanceCounter/
 // QueryPerformanceFrequency; LocalTime/GmTime/MakeTimeGm are
-// localtime_s/gmtime_s/_mkgmtime64; TzSet and TimeZoneOffset are _tzset and
+// _time64, localtime_s/gmtime_s/_mkgmtime64/_mktime64; TzSet and TimeZoneOffset are _tzset and
 // _get_timezone; FormatUserDateTime is GetDateFormatA/GetTimeFormatA with
 // LOCALE_USER_DEFAULT.
 #ifndef KELVOR_KPLATFORMTIME_H
@@ -21,10 +21,16 @@ uint32_t TickCount();
 int64_t PerfCounter();
 int64_t PerfFrequency();
 
+// Seconds since 1970 (UTC); -1 when the clock cannot be read.
+time_t CurrentTime();
+
 // Calendar conversions in the process's time zone; false on failure.
 bool LocalTime(time_t t, struct tm* pTm);
 bool GmTime(time_t t, struct tm* pTm);
 time_t MakeTimeGm(struct tm* pTm);
+// mktime: local fields to seconds, normalising them; -1 when they cannot be
+// represented.
+time_t MakeTimeLocal(struct tm* pTm);
 void TzSet();
 // Seconds west of UTC of the zone's standard time (the C library's
 // `timezone` after tzset).
