@@ -214,13 +214,13 @@ TEST(KDebugSink, TargetsBelongToTheirThread) {
   Received r;
   HWND h = KMessageTargetCreate(Collect, &r);
   // A message taken without waiting leaves no signal behind: the next pump
-  // waits for the late message instead of returning empty-handed.
+  // waits its whole time-out instead of returning at once.
   KPostMessage(h, KWM_LOG_SWITCH, 1, 0);
   EXPECT_EQ(1, KMessagePump(h, 0));
-  std::future<void> late = std::async(std::launch::async, [h] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    KPostMessage(h, KWM_LOG_SWITCH, 2, 0);
-  });
+  const auto t0 = std::chrono::steady_clock::now();
+  EXPECT_EQ(0, KMessagePump(h, 60));
+  EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(55));
+  std::async(std::launch::async, [h] { KPostMessage(h, KWM_LOG_SWITCH, 2, 0); }).get();
   EXPECT_EQ(1, KMessagePump(h, 10000));
   EXPECT_EQ(r, (Received{"switch 1 0", "switch 2 0"}));
 
