@@ -38,7 +38,11 @@ public:
   void LogNoCRWithThreadID(const char* szText);
 
 private:
-  void Write(const char* szFormat, va_list args, int bNewLine);
+  void Write(const char* szFormat, va_list args, int bNewLine)
+#if defined(__GNUC__)
+      __attribute__((format(printf, 2, 0)))
+#endif
+      ;
 
   CKString m_strFileName;
   CKDateTime m_dtStamp;  // time stamp of the line being written
