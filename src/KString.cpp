@@ -5,12 +5,15 @@
 
 #include <cctype>
 #include <climits>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include <base/tools/KDebug.h>
 #include <base/tools/KException.h>
@@ -688,10 +691,209 @@ inline size_t AtLeast(size_t n, int nWidth, int nPrecision) {
   return n > m ? n : m;
 }
 
+// Numbered arguments ("%3$d") the measuring pass follows, as many as the C
+// library promises (NL_ARGMAX).
+const int kMaxFormatArgs = 4096;
+
+// How the C formatter reads one argument.
+enum FmtArg : unsigned char { kArgNone, kArgInt, kArgLong, kArgLongLong, kArgDouble, kArgLongDouble, kArgPtr };
+
+union FmtValue {
+  long long n;
+  double d;
+  long double ld;
+  const void* p;
+};
+
+// One conversion, with the indexes of the arguments it reads (-1: none).
+struct FmtSpec {
+  char cConv = 0;
+  bool bAlt = false;
+  bool bWide = false;       // s and c of wide characters
+  bool bPrecision = false;
+  bool bKnown = true;       // covered by the measuring rules
+  int nWidth = 0, nPrecision = 0;
+  int nWidthArg = -1, nPrecisionArg = -1, nDataArg = -1;
+  FmtArg eData = kArgNone;
+};
+
+// "n$" at p: the argument number n (p moves past it), or 0.
+int ReadArgNumber(const char*& p) {
+  const char* q = p;
+  int n = ReadCount(q);
+  if (n <= 0 || *q != '$') return 0;
+  p = q + 1;
+  return n;
+}
+
+// The integer argument of a size prefix of type T: what the C formatter reads.
+template <typename T>
+FmtArg IntArgOf() {
+  return sizeof(T) > sizeof(long) ? kArgLongLong : sizeof(T) > sizeof(int) ? kArgLong : kArgInt;
+}
+
+// Parses the conversion after a '%' as the C formatter does: flags, width,
+// precision, one size prefix, the conversion character. Unnumbered star and
+// data arguments take the next index. Returns false for a format cut short.
+bool ParseSpec(const char*& p, FmtSpec& s, int& nNext, bool& bNumbered, bool& bUnnumbered) {
+  const int nData = ReadArgNumber(p);
+  // The C formatter's flags: "'" groups digits and 'I' asks for the
+  // locale's digits, so "%I64d" is a width of 64.
+  for (;; ++p) {
+    if (*p == '#')
+      s.bAlt = true;
+    else if (*p != '-' && *p != '+' && *p != ' ' && *p != '0' && *p != '\'' && *p != 'I')
+      break;
+  }
+  auto star = [&](int& nArg) {
+    ++p;
+    const int n = ReadArgNumber(p);
+    nArg = n ? n - 1 : nNext++;
+    (n ? bNumbered : bUnnumbered) = true;
+  };
+  if (*p == '*')
+    star(s.nWidthArg);
+  else
+    s.nWidth = ReadCount(p);
+  if (*p == '.') {
+    ++p;
+    s.bPrecision = true;
+    if (*p == '*')
+      star(s.nPrecisionArg);
+    else
+      s.nPrecision = ReadCount(p);
+  }
+  // One size prefix. bLong makes s and c wide and integers long; bLongDouble
+  // makes integers long long and floating numbers long double.
+  bool bLong = false, bLongDouble = false;
+  FmtArg eInt = kArgInt;
+  switch (*p) {
+    case 'h':
+      p += p[1] == 'h' ? 2 : 1;
+      break;
+    case 'l':
+      bLong = true;
+      eInt = kArgLong;
+      if (p[1] == 'l') {
+        bLongDouble = true;
+        eInt = kArgLongLong;
+        ++p;
+      }
+      ++p;
+      break;
+    case 'L':
+    case 'q':
+      bLong = bLongDouble = true;
+      eInt = kArgLongLong;
+      ++p;
+      break;
+    case 'z':
+    case 'Z':
+    case 't':
+    case 'j':
+      eInt = *p == 'j' ? IntArgOf<intmax_t>() : *p == 't' ? IntArgOf<ptrdiff_t>() : IntArgOf<size_t>();
+      bLong = eInt != kArgInt;
+      bLongDouble = eInt == kArgLongLong;
+      ++p;
+      break;
+    default:
+      break;
+  }
+  if (!*p) return false;
+  s.cConv = *p++;
+  switch (s.cConv) {
+    case 'd': case 'i': case 'u': case 'o': case 'x': case 'X': case 'b': case 'B':
+      s.eData = eInt;
+      break;
+    case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
+      s.eData = bLongDouble ? kArgLongDouble : kArgDouble;
+      break;
+    case 'c':
+    case 'C':
+      s.bWide = bLong || s.cConv == 'C';
+      s.eData = kArgInt;  // a char or a wint_t, promoted
+      break;
+    case 's':
+    case 'S':
+      s.bWide = bLong || s.cConv == 'S';
+      s.eData = kArgPtr;
+      break;
+    case 'p':
+    case 'n':
+      s.eData = kArgPtr;
+      break;
+    case '%':
+      break;
+    default:
+      // 'm' (the text of errno) and conversions the C formatter does not
+      // know: no argument, and the C library measures them.
+      s.bKnown = false;
+      break;
+  }
+  if (s.eData != kArgNone) {
+    s.nDataArg = nData ? nData - 1 : nNext++;
+    (nData ? bNumbered : bUnnumbered) = true;
+  }
+  return true;
+}
+
+// The C formatter on the caller's format. The format was checked where the
+// caller wrote it (Format carries the format attribute), so the check of a
+// format handed on is quieted here only.
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wformat-nonliteral"
+#endif
+int CFormat(char* pBuf, size_t nSize, const char* szFormat, va_list args) {
+  return vsnprintf(pBuf, nSize, szFormat, args);
+}
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
+
+// An argument read as a count: a negative width means '-' and its size, a
+// negative precision means none.
+void ResolveCounts(FmtSpec& s, const std::vector<FmtValue>& aValues) {
+  if (s.nWidthArg >= 0) {
+    long long n = (int)aValues[(size_t)s.nWidthArg].n;
+    s.nWidth = (int)(n < 0 ? (-n > INT_MAX ? INT_MAX : -n) : n);
+  }
+  if (s.nPrecisionArg >= 0) {
+    int n = (int)aValues[(size_t)s.nPrecisionArg].n;
+    s.bPrecision = n >= 0;
+    s.nPrecision = n >= 0 ? n : 0;
+  }
+}
+
+// The least that the measure below counts for s: its width, and for numbers
+// the precision as well. Needs no measuring, so a format asking for more
+// than a string can hold is refused before any work.
+size_t LeastCount(const FmtSpec& s, const FmtValue& v) {
+  size_t nLeast = 0;
+  switch (s.cConv) {
+    case 'd': case 'i': case 'u': case 'o': case 'x': case 'X': case 'b': case 'B': case 'p':
+    case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
+      nLeast = (size_t)s.nWidth + (size_t)s.nPrecision;
+      break;
+    case 'f':
+    case 'F':
+      // A finite number prints its digits and 6 decimals more than asked;
+      // inf and nan ignore the precision.
+      if (s.eData == kArgLongDouble ? std::isfinite(v.ld) : std::isfinite(v.d))
+        nLeast = (size_t)s.nPrecision + 8;
+      break;
+    default:
+      break;
+  }
+  return nLeast > (size_t)s.nWidth ? nLeast : (size_t)s.nWidth;
+}
+
 }  // namespace
 
 // Measures an upper bound of the output first, then formats once into a
-// block of that size.
+// block of that size. The measuring pass reads the arguments exactly as the
+// C formatter will (every flag, size prefix and numbered argument it knows);
+// what it cannot bound itself the C library measures.
 void CKString::FormatV(const char* szFormat, va_list argList) {
   if (!szFormat) {
     AssignCopy(0, nullptr);
@@ -703,139 +905,125 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
   const char* pOwnEnd = pOwn ? pOwn + GetData()->nAllocLength : nullptr;
   bool bAlias = pOwn && szFormat >= pOwn && szFormat < pOwnEnd;
 
-  va_list args;
-  va_copy(args, argList);
+  // 1. The conversions and the ordinary characters.
+  std::vector<FmtSpec> aSpecs;
   size_t nMaxLen = 0;
-  for (const char* p = szFormat; *p; ++p) {
-    if (*p != '%' || *(++p) == '%') {
+  int nArgs = 0;
+  bool bNumbered = false, bUnnumbered = false, bAskLibrary = false;
+  for (const char* p = szFormat; *p;) {
+    if (*p++ != '%') {
       ++nMaxLen;
       continue;
     }
-    size_t nItemLen = 0;
-    int nWidth = 0;
-    for (; *p; ++p) {
-      if (*p == '#')
-        nMaxLen += 2;
-      else if (*p == '*')
-        nWidth = va_arg(args, int);
-      else if (*p == '-' || *p == '+' || *p == '0' || *p == ' ')
-        ;
-      else
-        break;
-    }
-    if (nWidth == 0) nWidth = ReadCount(p);
-    if (nWidth < 0) nWidth = nWidth == INT_MIN ? INT_MAX : -nWidth;
-    int nPrecision = 0;
-    bool bPrecision = false;
-    if (*p == '.') {
-      bPrecision = true;
+    if (*p == '%') {
       ++p;
-      if (*p == '*') {
-        nPrecision = va_arg(args, int);
-        ++p;
-      } else {
-        nPrecision = ReadCount(p);
-      }
-      if (nPrecision < 0) {
-        nPrecision = 0;
-        bPrecision = false;  // a negative precision counts as none
-      }
+      ++nMaxLen;
+      continue;
     }
-    // Size prefixes: remembered so that each argument is read with its type.
-    // 'F' is not among them here: the C formatter reads it as a conversion.
-    int nSize = 0;  // 1 = long, 2 = long long, 3 = long double, 4 = short, 5 = size_t/ptrdiff
-    for (;; ++p) {
-      if (*p == 'h') nSize = 4;
-      else if (*p == 'l') nSize = (nSize == 1) ? 2 : 1;
-      else if (*p == 'L') nSize = 3;
-      else if (*p == 'z' || *p == 't') nSize = 5;
-      else if (*p == 'j') nSize = 2;  // intmax_t
-      else if (*p == 'q') nSize = 2;
-      else if (*p == 'N' || *p == 'I') {
-        // 'I64' style prefixes as written on the other platform.
-        if (*p == 'I' && p[1] == '6' && p[2] == '4') {
-          nSize = 2;
-          p += 2;
-        }
-      } else
-        break;
+    FmtSpec s;
+    if (!ParseSpec(p, s, nArgs, bNumbered, bUnnumbered)) break;  // the formatter refuses it
+    if (s.bAlt) nMaxLen += 2;
+    if (!s.bKnown) bAskLibrary = true;
+    for (int nArg : {s.nWidthArg, s.nPrecisionArg, s.nDataArg})
+      if (nArg >= nArgs) nArgs = nArg + 1;
+    aSpecs.push_back(s);
+  }
+  // Numbered and unnumbered arguments together, or more numbered ones than
+  // the C library follows, cannot be read safely.
+  if ((bNumbered && bUnnumbered) || nArgs > kMaxFormatArgs) {
+    AssignCopy(0, nullptr);
+    KASSERT_RET_T(false, "nArgs<=kMaxFormatArgs && !(bNumbered && bUnnumbered)");
+  }
+
+  // 2. The arguments, in order, with the types the conversions give them
+  // (an argument no conversion names is read as an int, as the C library does).
+  std::vector<FmtArg> aTypes((size_t)nArgs, kArgInt);
+  for (const FmtSpec& s : aSpecs)
+    if (s.nDataArg >= 0) aTypes[(size_t)s.nDataArg] = s.eData;
+  std::vector<FmtValue> aValues((size_t)nArgs);
+  va_list args;
+  va_copy(args, argList);
+  for (int i = 0; i < nArgs; ++i) {
+    FmtValue& v = aValues[(size_t)i];
+    switch (aTypes[(size_t)i]) {
+      case kArgLong: v.n = va_arg(args, long); break;
+      case kArgLongLong: v.n = va_arg(args, long long); break;
+      case kArgDouble: v.d = va_arg(args, double); break;
+      case kArgLongDouble: v.ld = va_arg(args, long double); break;
+      case kArgPtr: v.p = va_arg(args, const void*); break;
+      default: v.n = va_arg(args, int); break;
     }
-    if (!*p) break;
-    char cConv = *p;
-    if (nSize == 1 && (cConv == 's' || cConv == 'c')) cConv = (char)(cConv - 'a' + 'A');  // %ls, %lc
-    switch (cConv) {
+  }
+  va_end(args);
+
+  // 3. Limits, before anything is measured.
+  static const FmtValue s_none = {0};
+  size_t nLeast = nMaxLen;
+  for (FmtSpec& s : aSpecs) {
+    ResolveCounts(s, aValues);
+    nLeast += LeastCount(s, s.nDataArg >= 0 ? aValues[(size_t)s.nDataArg] : s_none);
+    if (nLeast > kMaxLength) {
+      AssignCopy(0, nullptr);
+      KASSERT_RET_T(false, "nMaxLen<=kMaxLength");
+    }
+  }
+
+  // 4. The measure of each conversion.
+  for (const FmtSpec& s : aSpecs) {
+    const FmtValue& v = s.nDataArg >= 0 ? aValues[(size_t)s.nDataArg] : s_none;
+    const int nWidth = s.nWidth, nPrecision = s.nPrecision;
+    size_t nItemLen = 0;
+    switch (s.cConv) {
       case 'c':
-        nItemLen = 2;
-        (void)va_arg(args, int);
-        break;
       case 'C':
         // A wide character can take up to MB_LEN_MAX bytes once narrowed.
-        nItemLen = MB_LEN_MAX > 2 ? MB_LEN_MAX : 2;
-        (void)va_arg(args, int);
+        nItemLen = s.bWide ? (MB_LEN_MAX > 2 ? MB_LEN_MAX : 2) : 2;
         break;
-      case 's': {
-        const char* s = va_arg(args, const char*);
-        if (!s) {
+      case 's':
+      case 'S':
+        if (!v.p) {
           nItemLen = 6;  // "(null)"
+        } else if (s.bWide) {
+          nItemLen = s.bPrecision ? (size_t)nPrecision : wcslen((const wchar_t*)v.p) * MB_LEN_MAX;
         } else {
-          if (pOwn && s >= pOwn && s < pOwnEnd) bAlias = true;
+          const char* sz = (const char*)v.p;
+          if (pOwn && sz >= pOwn && sz < pOwnEnd) bAlias = true;
           // With a precision the text need not be terminated.
-          const char* pZero = bPrecision ? (const char*)memchr(s, 0, (size_t)nPrecision) : nullptr;
-          nItemLen = !bPrecision ? strlen(s) : pZero ? (size_t)(pZero - s) : (size_t)nPrecision;
+          const char* pZero = s.bPrecision ? (const char*)memchr(sz, 0, (size_t)nPrecision) : nullptr;
+          nItemLen = !s.bPrecision ? strlen(sz) : pZero ? (size_t)(pZero - sz) : (size_t)nPrecision;
         }
         if (nItemLen < 1) nItemLen = 1;
         break;
-      }
-      case 'S': {
-        const wchar_t* s = va_arg(args, const wchar_t*);
-        nItemLen = !s ? 6 : bPrecision ? (size_t)nPrecision : wcslen(s) * MB_LEN_MAX;
-        if (nItemLen < 1) nItemLen = 1;
-        break;
-      }
-      case 'd':
-      case 'i':
-      case 'u':
-      case 'x':
-      case 'X':
-      case 'o':
-        if (nSize == 2) (void)va_arg(args, long long);
-        else if (nSize == 1) (void)va_arg(args, long);
-        else if (nSize == 5) (void)va_arg(args, size_t);
-        else (void)va_arg(args, int);
+      case 'd': case 'i': case 'u': case 'o': case 'x': case 'X': case 'b': case 'B': case 'p':
         nItemLen = AtLeast(32, nWidth, nPrecision);
         break;
-      case 'e':
-      case 'E':
-      case 'g':
-      case 'G':
-      case 'a':
-      case 'A':
-        if (nSize == 3) (void)va_arg(args, long double);
-        else (void)va_arg(args, double);
+      case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
         nItemLen = AtLeast(128, nWidth, nPrecision);
         break;
       case 'f':
       case 'F': {
         // The length of the number printed with 6 more decimals than asked.
-        int nDecimals = nPrecision > INT_MAX - 6 ? INT_MAX : nPrecision + 6;
-        int n = nSize == 3 ? snprintf(nullptr, 0, "%*.*Lf", nWidth, nDecimals, va_arg(args, long double))
-                           : snprintf(nullptr, 0, "%*.*f", nWidth, nDecimals, va_arg(args, double));
+        int nDecimals = nPrecision > INT_MAX - 6 ? INT_MAX : nPrecision + 6;  // inf and nan
+        int n = s.eData == kArgLongDouble ? snprintf(nullptr, 0, "%*.*Lf", nWidth, nDecimals, v.ld)
+                                          : snprintf(nullptr, 0, "%*.*f", nWidth, nDecimals, v.d);
         nItemLen = n >= 0 ? (size_t)n : (size_t)kMaxLength + 1;
         break;
       }
-      case 'p':
-        (void)va_arg(args, void*);
-        nItemLen = AtLeast(32, nWidth, nPrecision);
+      case '%':
+        nItemLen = 1;
         break;
-      case 'n':
-        (void)va_arg(args, int*);
-        break;
-      default:
+      default:  // 'n', and what the C library measures below
         break;
     }
     nMaxLen += nItemLen > (size_t)nWidth ? nItemLen : (size_t)nWidth;
   }
-  va_end(args);
+  if (bAskLibrary) {
+    va_list args2;
+    va_copy(args2, argList);
+    int n = CFormat(nullptr, 0, szFormat, args2);
+    va_end(args2);
+    if (n > 0 && (size_t)n > nMaxLen) nMaxLen = (size_t)n;
+  }
 
   if (bAlias) {
     CKString strOut;
@@ -843,8 +1031,8 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
     *this = strOut;
     return;
   }
-  // The bound holds for every conversion listed above; an unknown one is
-  // caught by the returned length and formatted again.
+  // The bound holds for every conversion; should the C formatter still write
+  // more (a locale's digit grouping), its returned length is used to format again.
   for (;;) {
     if (nMaxLen > kMaxLength) {
       AssignCopy(0, nullptr);
@@ -855,7 +1043,7 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
     char c;
     // Nothing to print needs no block: the empty text stays shared.
     char* pBuf = nMaxLen ? GetBuffer((unsigned)nMaxLen) : &c;
-    int n = vsnprintf(pBuf, nMaxLen + 1, szFormat, args2);
+    int n = CFormat(pBuf, nMaxLen + 1, szFormat, args2);
     va_end(args2);
     if (n < 0) {
       AssignCopy(0, nullptr);

@@ -1,8 +1,18 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <climits>
+#include <cerrno>
+#include <cmath>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <cwchar>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include <base/tools/KException.h>
 #include <base/tools/KString.h>
@@ -218,6 +228,77 @@ TEST(KString, FormatMeasuresEnough) {
   s.Format("a%cb", 0);  // the text ends at the first zero written
   EXPECT_EQ(1u, s.GetLength());
 }
+
+namespace {
+
+// The C library's text of a format, cut at its first zero as FormatV cuts it.
+std::string CText(const char* szFormat, ...) __attribute__((format(printf, 1, 2)));
+std::string CText(const char* szFormat, ...) {
+  va_list args, args2;
+  va_start(args, szFormat);
+  va_copy(args2, args);
+  int n = vsnprintf(nullptr, 0, szFormat, args);
+  std::string s(n > 0 ? (size_t)n : 0, '\0');
+  vsnprintf(&s[0], s.size() + 1, szFormat, args2);
+  va_end(args2);
+  va_end(args);
+  return std::string(s.c_str());
+}
+
+}  // namespace
+
+// Formats outside what the compiler's format checker accepts are the point here.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
+#pragma GCC diagnostic ignored "-Wformat-extra-args"
+TEST(KString, FormatReadsArgumentsAsTheCFormatterDoes) {
+  CKTestLog log;
+  CKString s;
+  // Each case ends with a %s: an argument read from the wrong slot crashes it.
+#define KSAME_AS_C(...)              \
+  s.Format(__VA_ARGS__);             \
+  EXPECT_EQ(CText(__VA_ARGS__), std::string(s)) << #__VA_ARGS__
+  KSAME_AS_C("%'d|%'.2f|%s", 1234567, 1234.5, "tail");
+  KSAME_AS_C("%I32d|%I64d|%Id|%s", 5, 6, 7, "tail");  // 'I' is a flag: widths 32 and 64
+  KSAME_AS_C("%y|%5y|%*y|%-.*y|%s", 3, 4, "tail");     // unknown: stars only, printed as written
+  KSAME_AS_C("%hhd|%hd|%zd|%jd|%td|%qd|%Ld|%s", 300, 70000, (size_t)5, (intmax_t)-6,
+             (ptrdiff_t)7, 8LL, 9LL, "tail");
+  KSAME_AS_C("%llf|%Lf|%qe|%f|%s", 1.5L, 2.5L, 3.5L, 4.5, "tail");  // ll and q: long double
+  KSAME_AS_C("%ls|%lc|%Ls|%zs|%s", L"wide", (wint_t)L'w', L"L", L"z", "tail");
+  KSAME_AS_C("%b|%#B|%s", 5u, 6u, "tail");
+  KSAME_AS_C("%3$s|%1$d|%2$*1$.*1$f|%3$.2s", 4, 3.25, "tail");  // numbered arguments
+  KSAME_AS_C("%5%|%-3%|%s", "tail");
+  errno = EDOM;  // %m: measured by the C library
+  KSAME_AS_C("%s%.0f%m", std::string(100, 'z').c_str(), 1e300);
+#undef KSAME_AS_C
+  EXPECT_EQ(0u, log.Count());
+
+  // A width or precision past what a string holds is refused before any
+  // measuring: at once, and with the usual refusal.
+  const auto start = std::chrono::steady_clock::now();
+  volatile int nMax = INT_MAX, nMin = INT_MIN;  // hidden from the compiler's own checks
+  for (int i = 0; i < 5; ++i) {
+    s = "kept?";
+    switch (i) {
+      case 0: s.Format("%.*f", nMax, 1.0); break;
+      case 1: s.Format("%.*Lf", nMax, 1.0L); break;
+      case 2: s.Format("%*d|%s", nMin, 1, "tail"); break;
+      case 3: s.Format("%.*e", 0x7FFFF001, 1.0); break;
+      default: s.Format("%1$.*1$d", nMax); break;
+    }
+    EXPECT_EQ(0u, s.GetLength()) << i;
+    EXPECT_TRUE(log.LastIsAssert("nMaxLen<=kMaxLength", "src/KString", CKTestLog::kReturn)) << i;
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+  s.Format("%.*f|%s", nMax, HUGE_VAL, "tail");  // inf ignores the precision
+  EXPECT_STREQ("inf|tail", s);
+  // Numbered and unnumbered arguments together cannot be read safely.
+  s.Format("%1$d %s", 5, "tail");
+  EXPECT_EQ(0u, s.GetLength());
+  EXPECT_TRUE(log.LastIsAssert("nArgs<=kMaxFormatArgs && !(bNumbered && bUnnumbered)", "src/KString",
+                               CKTestLog::kReturn));
+}
+#pragma GCC diagnostic pop
 
 TEST(KString, LoadStringFromRegisteredTable) {
   KStringTableClear();
