@@ -385,12 +385,10 @@ void CKDateTime::ToStruct(long& t, int bGmt) const {
     t = 0;
     return;
   }
-  if (bGmt) {
-    // mktime read the fields as local standard time (tm_isdst 0); taking the
-    // zone's standard offset back out leaves the fields read as UTC.
-    ToStruct(x);
-    r = kplat::MakeTimeGm(&x);
-  }
+  // mktime read the fields as local standard time (tm_isdst 0); taking the
+  // zone's present standard offset back out reads them as UTC, except for
+  // dates when the zone kept another standard offset.
+  if (bGmt) r -= (time_t)kplat::TimeZoneOffset();
   t = (long)r;
 }
 
@@ -419,7 +417,8 @@ int CKDateTime::operator==(const CKDateTime& d) const {
          m_nHour == d.m_nHour && m_nMinute == d.m_nMinute && m_nSecond == d.m_nSecond;
 }
 
-void CKDateTime::AddYear(int n) { m_nYear = (short)(m_nYear + n); }
+// The year wraps at 16 bits for any n (the sum is taken modulo 2^16).
+void CKDateTime::AddYear(int n) { m_nYear = (short)(uint16_t)((unsigned)m_nYear + (unsigned)n); }
 
 void CKDateTime::AddMonth(int n) {
   if (n == 0) return;

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <random>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -13,6 +12,7 @@
 #include <base/tools/KDateTime.h>
 
 #include "KTestLog.h"
+#include "KTestTemp.h"
 
 namespace {
 
@@ -60,12 +60,16 @@ long FieldsAsUtc(const CKDateTime& d) {
   return (long)timegm(&t);
 }
 
-std::string Strftime(const char* szFormat, long t, bool bGmt) {
+// The HTTP date of t by the C library: RFC 1123, or with bLong RFC 850.
+std::string HttpDate(long t, bool bGmt, bool bLong = false) {
   time_t x = (time_t)t;
   tm b;
   bGmt ? gmtime_r(&x, &b) : localtime_r(&x, &b);
   char buf[128];
-  strftime(buf, sizeof(buf), szFormat, &b);
+  if (bLong)
+    strftime(buf, sizeof(buf), "%A, %d-%b-%Y %H:%M:%S GMT", &b);
+  else
+    strftime(buf, sizeof(buf), "%a, %d %b %Y %H:%M:%S GMT", &b);
   return buf;
 }
 
@@ -115,6 +119,12 @@ TEST_F(DateTest, CalendarAndLocalArithmetic) {
   EXPECT_EQ("2004-12-31 00:00:00", Step(d, &CKDateTime::AddMonth, -39));
   EXPECT_EQ("2104-12-31 00:00:00", Step(d, &CKDateTime::AddMonth, 1200));  // not cut to 8 bits
   EXPECT_EQ("2005-02-29 00:00:00", Step(Make(2004, 2, 29), &CKDateTime::AddYear, 1));
+  // The year wraps at 16 bits for any n: INT_MAX is -1 modulo 2^16, INT_MIN 0.
+  EXPECT_EQ("2005-02-29 00:00:00", Step(Make(2006, 2, 29), &CKDateTime::AddYear, INT_MAX));
+  EXPECT_EQ("2006-02-29 00:00:00", Step(Make(2006, 2, 29), &CKDateTime::AddYear, INT_MIN));
+  d = Make(32767, 1, 1);
+  d.AddYear(1);
+  EXPECT_EQ(-32768, d.GetYear());
 
   for (const char* szZone : {"UTC0", kParis}) {
     ZoneScope zone(szZone);
@@ -195,6 +205,24 @@ TEST_F(DateTest, SecondsZonesAndGmtSteps) {
   EXPECT_EQ(1141722330L + 365 * 86400L - 3600, t);
 }
 
+// ToSeconds(TRUE) takes the zone's present standard offset out of mktime's
+// reading. Caracas kept UTC-4:30 as standard time from December 2007 to May
+// 2016 and UTC-4 before and after, so 2010's fields come out half an hour on.
+TEST_F(DateTest, GmtSecondsUseThePresentStandardOffset) {
+  if (!std::ifstream("/usr/share/zoneinfo/America/Caracas"))
+    GTEST_SKIP() << "no zone database for America/Caracas";
+  ZoneScope zone("America/Caracas");
+  const CKDateTime d2010 = Make(2010, 6, 1, 12), d2020 = Make(2020, 6, 1, 12);
+  EXPECT_EQ(FieldsAsUtc(d2010) + 4 * 3600 + 1800, d2010.ToSeconds(FALSE));
+  EXPECT_EQ(FieldsAsUtc(d2010) + 1800, d2010.ToSeconds(TRUE));
+  EXPECT_EQ(FieldsAsUtc(d2020) + 4 * 3600, d2020.ToSeconds(FALSE));
+  EXPECT_EQ(FieldsAsUtc(d2020), d2020.ToSeconds(TRUE));
+  long t = 0;
+  d2010.ToStruct(t, TRUE);
+  EXPECT_EQ(d2010.ToSeconds(TRUE), t);
+  EXPECT_EQ(0u, tools.Count());
+}
+
 TEST_F(DateTest, TextForms) {
   CKDateTime d = Make(2006, 3, 7, 9, 5, 30);
   EXPECT_STREQ("7/3/2006 9:5:30", d.Format('/', ':', ':'));
@@ -220,16 +248,13 @@ TEST_F(DateTest, TextForms) {
   for (const char* szZone : {"UTC0", kParis}) {
     ZoneScope zone(szZone);
     long nStd = szZone == kParis ? 3600 : 0;  // the zone's standard offset
-    for (const CKDateTime& d : dates) {
-      long t = FieldsAsUtc(d) - nStd;
+    for (const CKDateTime& x : dates) {
+      long t = FieldsAsUtc(x) - nStd;
       for (int bGmt = 0; bGmt < 2; ++bGmt) {
-        EXPECT_EQ(Strftime("%a, %d %b %Y %H:%M:%S GMT", t, bGmt), std::string(d.FormatHttp(bGmt)))
-            << szZone << " " << Str(d);
-        EXPECT_EQ(Strftime("%A, %d-%b-%Y %H:%M:%S GMT", t, bGmt),
-                  std::string(d.FormatHttp2(bGmt)));
+        EXPECT_EQ(HttpDate(t, bGmt), std::string(x.FormatHttp(bGmt))) << szZone << " " << Str(x);
+        EXPECT_EQ(HttpDate(t, bGmt, true), std::string(x.FormatHttp2(bGmt)));
       }
-      EXPECT_EQ(Strftime("%a, %d %b %Y %H:%M:%S GMT", t, true),
-                std::string(CKDateTime::FormatHttp3(t)));
+      EXPECT_EQ(HttpDate(t, true), std::string(CKDateTime::FormatHttp3(t)));
     }
   }
   EXPECT_STREQ("", CKDateTime::FormatHttp3(LONG_MAX));
@@ -302,8 +327,8 @@ TEST_F(DateTest, FileTimes) {
   EXPECT_TRUE(CKDateTime(ft).IsNull());
   EXPECT_EQ(1u, tools.Count());
 
-  const std::string strStem =
-      ::testing::TempDir() + "kdatetime_" + std::to_string(std::random_device()());
+  CKTestTempDir dir;
+  const std::string strStem = dir.Path("kdatetime");
   const std::string strFile = strStem + "_probe.tmp";
   long t0 = (long)time(nullptr);
   std::ofstream(strFile) << "x";
