@@ -3,6 +3,7 @@
 
 #include <base/tools/KStr.h>
 
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -252,7 +253,17 @@ inline int CstrWidth(unsigned char c) {
 }  // namespace
 
 // ---------------------------------------------------------------- tests and conversions
-int KInt2(const char* s, int nDefault) { return KIsEmpty(s) ? nDefault : atoi(s); }
+namespace {
+// atoi without its undefined overflow: the same prefix rules (leading blanks,
+// one sign, the digits that follow), a number past the int range clamped to
+// INT_MIN or INT_MAX.
+int AtoiClamped(const char* s) {
+  long v = strtol(s, nullptr, 10);
+  return v < INT_MIN ? INT_MIN : v > INT_MAX ? INT_MAX : (int)v;
+}
+}  // namespace
+
+int KInt2(const char* s, int nDefault) { return KIsEmpty(s) ? nDefault : AtoiClamped(s); }
 
 int KIsStrictInt(const char* s) {
   if (!s) return 0;
@@ -270,7 +281,7 @@ int KBool(const char* s) {
     if (KStrICmp(s, w) == 0) return 1;
   // Every test left can only say true, so the cheap number test goes before
   // the language's words (a locked look-up each).
-  if (atoi(s) != 0) return 1;
+  if (AtoiClamped(s) != 0) return 1;
   CKString strWord = KLangYes();
   if (strWord.GetLength() && KStrICmp(s, strWord) == 0) return 1;
   strWord = KLangTrue();

@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include <base/classes/list/KList.h>
 #include <base/tools/KStr.h>
 
 #include "KTestLog.h"
+#include "KTestTemp.h"
 
 namespace {
 
@@ -16,8 +19,6 @@ std::string Split(int n, const CKList& l) {
   for (int i = 0; i < l.Count(); ++i) s += (i ? "|" : "") + std::string(l.Get(i));
   return s;
 }
-
-std::string TempPath(const char* szName) { return ::testing::TempDir() + "kelvor_kstr_" + szName; }
 
 }  // namespace
 
@@ -36,13 +37,22 @@ TEST(KStr, JoinNumbersBoolsAndCase) {
 
   EXPECT_EQ(KInt2("", 7), 7);
   EXPECT_EQ(KInt2("x", 7), 0);
+  // atoi's prefix rules in range; past the int range the number is clamped.
+  const std::pair<const char*, int> aInts[] = {
+      {" \t-42abc", -42},         {"+17", 17},           {"2147483647", INT_MAX},
+      {"2147483648", INT_MAX},     {"4294967296", INT_MAX}, {"-2147483648", INT_MIN},
+      {"-2147483649", INT_MIN},    {"-99999999999999999999999", INT_MIN}, {"0x10", 0}};
+  for (const auto& c : aInts) EXPECT_EQ(KInt2(c.first, 7), c.second) << c.first;
 
   EXPECT_EQ(KIsStrictInt("-12"), 1);
   for (const char* s : {"-", "1 ", " 1", "+1", "", "1-2", "--1", "1.0", (const char*)nullptr})
     EXPECT_EQ(KIsStrictInt(s), 0) << s;
 
-  for (const char* s : {"1", "-3", "oui", "Vrai", "TRUE", "yes", "YeS"}) EXPECT_EQ(KBool(s), 1) << s;
-  for (const char* s : {"no", "0", "faux", "x", "", "yess", "tru"}) EXPECT_EQ(KBool(s), 0) << s;
+  // Numbers past the int range are true, also those whose low 32 bits are 0.
+  for (const char* s : {"1", "-3", "oui", "Vrai", "TRUE", "yes", "YeS", "4294967296", "-4294967296"})
+    EXPECT_EQ(KBool(s), 1) << s;
+  for (const char* s : {"no", "0", "faux", "x", "", "yess", "tru", "000000000000000000000"})
+    EXPECT_EQ(KBool(s), 0) << s;
   EXPECT_EQ(KBool(nullptr), 0);
   EXPECT_STREQ(KBool2Str(5), "TRUE");
   EXPECT_STREQ(KBool2Str(0), "FALSE");
@@ -212,7 +222,8 @@ TEST(KStr, CLiterals) {
 
 TEST(KStr, Files) {
   CKTestLog log;
-  const std::string strFile = TempPath("roundtrip.txt");
+  CKTestTempDir dir;
+  const std::string strFile = dir.Path("roundtrip.txt");
   const char* szText = "a=1\r\nb=\xe9t\xe9\r\n\r\n";
   ASSERT_EQ(KStrTextToFile(strFile.c_str(), szText), TRUE);
   CKString back;
@@ -243,10 +254,9 @@ TEST(KStr, Files) {
   ASSERT_EQ(KStrTextToFile(strFile.c_str(), ""), TRUE);
   ASSERT_EQ(KStrFileToText(strFile.c_str(), back), TRUE);
   EXPECT_TRUE(back.IsEmpty());
-  std::remove(strFile.c_str());
 
   EXPECT_EQ(0u, log.Count());
-  const std::string strMissing = TempPath("no_such_dir/none.txt");
+  const std::string strMissing = dir.Path("no_such_dir/none.txt");
   back = "old";
   EXPECT_EQ(KStrFileToText(strMissing.c_str(), back), FALSE);
   EXPECT_EQ(back.GetLength(), 0u);

@@ -51,12 +51,14 @@ KELVOR_API char* KStr(__int64 v, char* buf, int nRadix = 10);
 
 
 // ---------------------------------------------------------------- tests and conversions
-// nDefault for a null or empty s, else atoi(s): a non-numeric text gives 0.
+// nDefault for a null or empty s, else atoi(s): a non-numeric text gives 0,
+// and a number past the int range INT_MIN or INT_MAX.
 KELVOR_API int KInt2(const char* s, int nDefault);
 // 1 for an optional '-' followed by one or more decimal digits and nothing else.
 KELVOR_API int KIsStrictInt(const char* s);
 // True for "TRUE", "YES", "OUI", "VRAI" and the current language's words for
-// yes and true (any case), else atoi(s) != 0. Null or empty gives 0.
+// yes and true (any case), else atoi(s) != 0 (as KInt2 reads it, so every
+// number past the int range is true). Null or empty gives 0.
 KELVOR_API int KBool(const char* s);
 // "TRUE" or "FALSE".
 KELVOR_API CKString KBool2Str(int b);
