@@ -16,16 +16,20 @@ static_assert(sizeof(CKGuid) == 16, "CKGuid adds nothing to GUID");
 
 namespace {
 
-const char* const kFormatBraced = "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}";
-const char* const kFormatPlain = "%08X%04X%04X%02X%02X%02X%02X%02X%02X%02X%02X";
-// The same fields for sscanf (a width, no flag).
-const char* const kScanBraced = "{%8X-%4X-%4X-%2X%2X-%2X%2X%2X%2X%2X%2X}";
-const char* const kScanPlain = "%8X%4X%4X%2X%2X%2X%2X%2X%2X%2X%2X";
+// The two text forms; the formats stay literal so that their arguments are checked.
+enum Form { kBraced, kPlain };
 
-void Parse(const char* sz, const char* szFormat, GUID& g) {
+// sscanf reads each field with a width and no flag.
+void Parse(const char* sz, Form eForm, GUID& g) {
   unsigned int f[11];
-  if (sz && sscanf(sz, szFormat, &f[0], &f[1], &f[2], &f[3], &f[4], &f[5], &f[6], &f[7], &f[8],
-                   &f[9], &f[10]) == 11) {
+  int n = 0;
+  if (sz)
+    n = eForm == kBraced
+            ? sscanf(sz, "{%8X-%4X-%4X-%2X%2X-%2X%2X%2X%2X%2X%2X}", &f[0], &f[1], &f[2], &f[3],
+                     &f[4], &f[5], &f[6], &f[7], &f[8], &f[9], &f[10])
+            : sscanf(sz, "%8X%4X%4X%2X%2X%2X%2X%2X%2X%2X%2X", &f[0], &f[1], &f[2], &f[3], &f[4],
+                     &f[5], &f[6], &f[7], &f[8], &f[9], &f[10]);
+  if (n == 11) {
     g.Data1 = f[0];
     g.Data2 = (uint16_t)f[1];
     g.Data3 = (uint16_t)f[2];
@@ -35,15 +39,18 @@ void Parse(const char* sz, const char* szFormat, GUID& g) {
   }
 }
 
-inline const char* ScanFormatEx(const char* sz) {
-  return (sz && sz[0] == '{') ? kScanBraced : kScanPlain;
-}
+inline Form FormEx(const char* sz) { return (sz && sz[0] == '{') ? kBraced : kPlain; }
 
 // buf holds at least 39 bytes.
-void Print(char* buf, const char* szFormat, const GUID& g) {
-  snprintf(buf, 39, szFormat, (unsigned)g.Data1, (unsigned)g.Data2, (unsigned)g.Data3,
-           (unsigned)g.Data4[0], (unsigned)g.Data4[1], (unsigned)g.Data4[2], (unsigned)g.Data4[3],
-           (unsigned)g.Data4[4], (unsigned)g.Data4[5], (unsigned)g.Data4[6], (unsigned)g.Data4[7]);
+void Print(char* buf, Form eForm, const GUID& g) {
+  const unsigned d1 = (unsigned)g.Data1, d2 = g.Data2, d3 = g.Data3;
+  const unsigned char* b = g.Data4;
+  if (eForm == kBraced)
+    snprintf(buf, 39, "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", d1, d2, d3, b[0], b[1],
+             b[2], b[3], b[4], b[5], b[6], b[7]);
+  else
+    snprintf(buf, 39, "%08X%04X%04X%02X%02X%02X%02X%02X%02X%02X%02X", d1, d2, d3, b[0], b[1], b[2],
+             b[3], b[4], b[5], b[6], b[7]);
 }
 
 inline const unsigned char* Raw(const GUID& g) { return (const unsigned char*)&g; }
@@ -59,44 +66,44 @@ int Kept(int nIndex, CKGuid* p) {
 }  // namespace
 
 // ---------------------------------------------------------------- free functions
-void __CLSIDFromString(const char* sz, GUID& g) { Parse(sz, kScanBraced, g); }
+void __CLSIDFromString(const char* sz, GUID& g) { Parse(sz, kBraced, g); }
 
 GUID __CLSIDFromString(const char* sz) {
   GUID g;
-  Parse(sz, kScanBraced, g);
+  Parse(sz, kBraced, g);
   return g;
 }
 
-void __CLSIDFromString2(const char* sz, GUID& g) { Parse(sz, kScanPlain, g); }
+void __CLSIDFromString2(const char* sz, GUID& g) { Parse(sz, kPlain, g); }
 
 GUID __CLSIDFromString2(const char* sz) {
   GUID g;
-  Parse(sz, kScanPlain, g);
+  Parse(sz, kPlain, g);
   return g;
 }
 
-void __CLSIDFromStringEx(const char* sz, GUID& g) { Parse(sz, ScanFormatEx(sz), g); }
+void __CLSIDFromStringEx(const char* sz, GUID& g) { Parse(sz, FormEx(sz), g); }
 
 GUID __CLSIDFromStringEx(const char* sz) {
   GUID g;
-  Parse(sz, ScanFormatEx(sz), g);
+  Parse(sz, FormEx(sz), g);
   return g;
 }
 
 char* __StringFromCLSID(char* buf, const GUID& g) {
-  if (buf) Print(buf, kFormatBraced, g);
+  if (buf) Print(buf, kBraced, g);
   return buf;
 }
 
 CKString __StringFromCLSID(const GUID& g) {
   char buf[40];
-  Print(buf, kFormatBraced, g);
+  Print(buf, kBraced, g);
   return CKString(buf);
 }
 
 CKString __String2FromCLSID(const GUID& g) {
   char buf[40];
-  Print(buf, kFormatPlain, g);
+  Print(buf, kPlain, g);
   return CKString(buf);
 }
 
@@ -123,7 +130,7 @@ CKGuid::CKGuid(int bNew) {
   if (bNew) New();
 }
 
-CKGuid::CKGuid(const char* sz, int bBraced) { Parse(sz, bBraced ? kScanBraced : kScanPlain, *this); }
+CKGuid::CKGuid(const char* sz, int bBraced) { Parse(sz, bBraced ? kBraced : kPlain, *this); }
 
 CKGuid::CKGuid(const _variant_t& v) { *this = v; }
 
@@ -134,14 +141,14 @@ CKGuid& CKGuid::operator=(const GUID& g) {
 
 CKGuid& CKGuid::operator=(const _variant_t& v) {
   if (v.vt == _variant_t::VT_BSTR)
-    Parse(v.strVal.c_str(), kScanPlain, *this);
+    Parse(v.strVal.c_str(), kPlain, *this);
   else
     Empty();
   return *this;
 }
 
 CKGuid& CKGuid::operator=(const char* sz) {
-  Parse(sz, kScanBraced, *this);
+  Parse(sz, kBraced, *this);
   return *this;
 }
 
@@ -167,17 +174,17 @@ int CKGuid::IsEmpty() const {
 }
 
 CKGuid* CKGuid::FromStr(const char* sz) {
-  Parse(sz, kScanBraced, *this);
+  Parse(sz, kBraced, *this);
   return this;
 }
 
 CKGuid* CKGuid::FromStr2(const char* sz) {
-  Parse(sz, kScanPlain, *this);
+  Parse(sz, kPlain, *this);
   return this;
 }
 
 CKGuid* CKGuid::FromStrEx(const char* sz) {
-  Parse(sz, ScanFormatEx(sz), *this);
+  Parse(sz, FormEx(sz), *this);
   return this;
 }
 

@@ -635,7 +635,9 @@ CKMemFake::~CKMemFake() {
 // nBlock is the length of the caller's memory, which no size recorded later
 // extends: reads and writes stop there.
 void CKMemFake::Wrap(const void* p, unsigned n, unsigned nBlock) {
-  m_MemRef.pData = (unsigned char*)p;
+  // The record's pointer is writable because the library's own blocks are;
+  // the caller's memory is written only through the calls the caller makes.
+  m_MemRef.pData = const_cast<unsigned char*>(static_cast<const unsigned char*>(p));
   m_MemRef.nBlockSize = p ? nBlock : 0;
   m_MemRef.bOwnsData = 0;
   m_MemRef.bEmbedded = 1;

@@ -179,8 +179,9 @@ TEST_F(KMemTest, SetAppendDetachAttach) {
   EXPECT_EQ(0, memcmp(&v, Bytes(m), 4));
 
   CKMem a(4), b(4);
-  a.Write((void*)"ab", 2);
-  b.Write((void*)"cd", 2);
+  char ab[] = "ab", cd[] = "cd";
+  a.Write(ab, 2);
+  b.Write(cd, 2);
   a += b;
   a += a;
   EXPECT_EQ(0, memcmp(Bytes(a), "abcdabcd", 8));
@@ -284,7 +285,8 @@ TEST_F(KMemTest, FakeWrapsCallerMemory) {
   {
     CKMemFake f(buf, 8);
     EXPECT_EQ((unsigned char*)buf, Bytes(f));
-    f.Write((void*)"XY", 2);
+    char xy[] = "XY";
+    f.Write(xy, 2);
     EXPECT_EQ('X', buf[0]);
     EXPECT_EQ(1, f.SetSize(4));
     EXPECT_EQ((unsigned char*)buf, Bytes(f));
