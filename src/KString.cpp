@@ -920,8 +920,15 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
       ++nMaxLen;
       continue;
     }
+    // A conversion cut short by the end of the format reads no argument: the
+    // caller passed none for it, and the C formatter fails on such a format.
     FmtSpec s;
-    if (!ParseSpec(p, s, nArgs, bNumbered, bUnnumbered)) break;  // the formatter refuses it
+    int nNext = nArgs;
+    bool bNum = bNumbered, bUnnum = bUnnumbered;
+    if (!ParseSpec(p, s, nNext, bNum, bUnnum)) break;
+    bNumbered = bNum;
+    bUnnumbered = bUnnum;
+    nArgs = nNext;
     if (s.bAlt) nMaxLen += 2;
     if (!s.bKnown) bAskLibrary = true;
     for (int nArg : {s.nWidthArg, s.nPrecisionArg, s.nDataArg})

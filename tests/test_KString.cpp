@@ -292,6 +292,9 @@ TEST(KString, FormatReadsArgumentsAsTheCFormatterDoes) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
   s.Format("%.*f|%s", nMax, HUGE_VAL, "tail");  // inf ignores the precision
   EXPECT_STREQ("inf|tail", s);
+  s.Format("%s|%*", "tail");  // cut short: the C formatter fails on it
+  EXPECT_EQ(0u, s.GetLength());
+  EXPECT_TRUE(log.LastIsAssert("n>=0", "src/KString", CKTestLog::kReturn));
   // Numbered and unnumbered arguments together cannot be read safely.
   s.Format("%1$d %s", 5, "tail");
   EXPECT_EQ(0u, s.GetLength());
