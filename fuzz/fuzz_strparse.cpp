@@ -140,6 +140,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Strings one = s.empty() ? Strings() : Tokens(s, std::string(1, sep));
     const std::string strOne = nNth >= 0 && nNth < (int)one.size() ? one[(size_t)nNth] : "";
     KFUZZ_EQ(KFuzzStr(KStrParseNth(sz, sep, nNth)), strOne);
+    KFUZZ_EQ(KStrParseNth(buf, 3, sz, sep, nNth), strOne.substr(0, 2));
   }
 
   const char* rest = nullptr;
