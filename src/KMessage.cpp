@@ -13,7 +13,8 @@
 #include "KAlloc.h"
 #include "platform/KPlatform.h"
 
-struct KHWND__ {
+// The record behind a target handle (HWND is an opaque pointer to it).
+struct KTarget {
   KMessageProc pProc;
   void* pContext;
   uint32_t nOwnerThread;
@@ -39,6 +40,9 @@ Registry& Reg() {
   return *p;
 }
 
+// HWND is an opaque handle; behind it lies a KTarget.
+inline KTarget* Target(HWND h) { return reinterpret_cast<KTarget*>(h); }
+
 struct RegLock : kplat::MutexGuard {
   RegLock() : kplat::MutexGuard(Reg().pLock) {}
 };
@@ -52,23 +56,23 @@ HWND KMessageTargetCreate(KMessageProc pProc, void* pContext) {
     KLog(KLOG_ASSERT, "KMessageTargetCreate: no message procedure");
     return nullptr;
   }
-  std::unique_ptr<KHWND__> h(KMEM_TRY(new KHWND__));
+  std::unique_ptr<KTarget> h(KMEM_TRY(new KTarget));
   h->pProc = pProc;
   h->pContext = pContext;
   h->nOwnerThread = kplat::CurrentThreadId();
   h->pQueued = kplat::EventNew(false, false);
   RegLock lock;
   try {
-    KMEM_TRY(Reg().targets.insert(h.get()));
+    KMEM_TRY(Reg().targets.insert(reinterpret_cast<HWND>(h.get())));
   } catch (...) {
     kplat::EventFree(h->pQueued);
     throw;
   }
-  return h.release();
+  return reinterpret_cast<HWND>(h.release());
 }
 
 BOOL KMessageTargetDestroy(HWND hWnd) {
-  std::deque<KHWND__::Msg> pending;
+  std::deque<KTarget::Msg> pending;
   bool bForeign = false;
   {
     RegLock lock;
@@ -76,10 +80,10 @@ BOOL KMessageTargetDestroy(HWND hWnd) {
     // The owner may be waiting in KMessagePump on this target's event, so
     // only the owner can free it (a window cannot be destroyed by another
     // thread either).
-    bForeign = hWnd->nOwnerThread != kplat::CurrentThreadId();
+    bForeign = Target(hWnd)->nOwnerThread != kplat::CurrentThreadId();
     if (!bForeign) {
       Reg().targets.erase(hWnd);
-      pending.swap(hWnd->queue);
+      pending.swap(Target(hWnd)->queue);
     }
   }
   if (bForeign) {
@@ -89,8 +93,8 @@ BOOL KMessageTargetDestroy(HWND hWnd) {
   // Log records belong to the receiver; nobody will receive these now.
   for (const auto& m : pending)
     if (m.nMsg == KWM_LOG) delete (CKLogMsg*)m.lParam;
-  kplat::EventFree(hWnd->pQueued);
-  delete hWnd;
+  kplat::EventFree(Target(hWnd)->pQueued);
+  delete Target(hWnd);
   return TRUE;
 }
 
@@ -101,14 +105,14 @@ BOOL KIsMessageTarget(HWND hWnd) {
 
 BOOL KMessageIsOwnerThread(HWND hWnd) {
   RegLock lock;
-  return (IsLive(hWnd) && hWnd->nOwnerThread == kplat::CurrentThreadId()) ? TRUE : FALSE;
+  return (IsLive(hWnd) && Target(hWnd)->nOwnerThread == kplat::CurrentThreadId()) ? TRUE : FALSE;
 }
 
 BOOL KPostMessage(HWND hWnd, UINT nMsg, WPARAM wParam, LPARAM lParam) {
   RegLock lock;
   if (!IsLive(hWnd)) return FALSE;
-  KMEM_TRY(hWnd->queue.push_back({nMsg, wParam, lParam}));
-  kplat::EventSet(hWnd->pQueued);
+  KMEM_TRY(Target(hWnd)->queue.push_back({nMsg, wParam, lParam}));
+  kplat::EventSet(Target(hWnd)->pQueued);
   return TRUE;
 }
 
@@ -118,13 +122,13 @@ LRESULT KSendMessage(HWND hWnd, UINT nMsg, WPARAM wParam, LPARAM lParam) {
   {
     RegLock lock;
     if (!IsLive(hWnd)) return 0;
-    if (hWnd->nOwnerThread != kplat::CurrentThreadId()) {
-      KMEM_TRY(hWnd->queue.push_back({nMsg, wParam, lParam}));
-      kplat::EventSet(hWnd->pQueued);
+    if (Target(hWnd)->nOwnerThread != kplat::CurrentThreadId()) {
+      KMEM_TRY(Target(hWnd)->queue.push_back({nMsg, wParam, lParam}));
+      kplat::EventSet(Target(hWnd)->pQueued);
       return 0;
     }
-    pProc = hWnd->pProc;
-    pContext = hWnd->pContext;
+    pProc = Target(hWnd)->pProc;
+    pContext = Target(hWnd)->pContext;
   }
   return pProc(hWnd, nMsg, wParam, lParam, pContext);
 }
@@ -133,30 +137,30 @@ int KMessagePump(HWND hWnd, DWORD nTimeoutMs) {
   kplat::Event* pQueued = nullptr;
   {
     RegLock lock;
-    if (!IsLive(hWnd) || hWnd->nOwnerThread != kplat::CurrentThreadId()) return -1;
-    if (hWnd->queue.empty()) pQueued = hWnd->pQueued;
+    if (!IsLive(hWnd) || Target(hWnd)->nOwnerThread != kplat::CurrentThreadId()) return -1;
+    if (Target(hWnd)->queue.empty()) pQueued = Target(hWnd)->pQueued;
   }
   // Only the owner destroys its target, so the event outlives this wait.
   if (pQueued && nTimeoutMs) kplat::EventWait(pQueued, nTimeoutMs);
-  std::deque<KHWND__::Msg> batch;
+  std::deque<KTarget::Msg> batch;
   {
     RegLock lock;
     if (!IsLive(hWnd)) return -1;
-    batch.swap(hWnd->queue);
+    batch.swap(Target(hWnd)->queue);
     // The queue is empty now: a signal left from a message taken without
     // waiting must not wake the next pump early.
-    kplat::EventReset(hWnd->pQueued);
+    kplat::EventReset(Target(hWnd)->pQueued);
   }
   int n = 0;
   for (size_t i = 0; i < batch.size(); ++i) {
-    const KHWND__::Msg& m = batch[i];
+    const KTarget::Msg& m = batch[i];
     if (!KIsMessageTarget(hWnd)) {
       // A procedure destroyed its own target: drop the rest like Destroy does.
       for (; i < batch.size(); ++i)
         if (batch[i].nMsg == KWM_LOG) delete (CKLogMsg*)batch[i].lParam;
       break;
     }
-    hWnd->pProc(hWnd, m.nMsg, m.wParam, m.lParam, hWnd->pContext);
+    Target(hWnd)->pProc(hWnd, m.nMsg, m.wParam, m.lParam, Target(hWnd)->pContext);
     ++n;
   }
   return n;

@@ -14,6 +14,7 @@
 #include <base/tools/KMessage.h>
 #include <base/tools/KTools.h>
 
+#include "KTestEnv.h"
 #include "KTestLog.h"
 
 namespace {
@@ -258,14 +259,14 @@ TEST(KDebugSink, DebugOutputChannel) {
 
 TEST(KDebugSink, StartupCheckReadsEnvironment) {
   CKTestLog tools;
-  unsetenv("KELVOR_DEBUG");
+  KTestSetEnv("KELVOR_DEBUG", nullptr);
   tools.SetDebugMode(0);
   KDebugStartupCheck();
   EXPECT_EQ(0, tools.GetDebugMode());
   EXPECT_EQ(tools.Texts(), CKTestLog::Strings{"Seeking for kelvor debug mode"});
-  setenv("KELVOR_DEBUG", "", 1);
+  KTestSetEnv("KELVOR_DEBUG", "0");  // any value, even "0"
   KDebugStartupCheck();
   EXPECT_EQ(1, tools.GetDebugMode());
   EXPECT_EQ("Switching to kelvor debug mode", tools.Last());
-  unsetenv("KELVOR_DEBUG");
+  KTestSetEnv("KELVOR_DEBUG", nullptr);
 }

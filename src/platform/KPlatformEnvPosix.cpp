@@ -1,4 +1,5 @@
 // Environment, debug output and failure reports on POSIX.
+#if !defined(_WIN32)
 #include "platform/KPlatformEnv.h"
 
 #include <cerrno>
@@ -68,3 +69,5 @@ void ReportError(const char* szCall, int nError) {
 }
 
 }  // namespace kplat
+
+#endif  // !_WIN32

@@ -1,4 +1,5 @@
 // Files on POSIX.
+#if !defined(_WIN32)
 #include "platform/KPlatformFile.h"
 
 #include <cerrno>
@@ -109,3 +110,5 @@ bool FindFileTimes(const char* szPattern, uint64_t* pWrite, uint64_t* pCreate) {
 }
 
 }  // namespace kplat
+
+#endif  // !_WIN32

@@ -1,4 +1,5 @@
 // Random bytes on POSIX.
+#if !defined(_WIN32)
 #include "platform/KPlatformRandom.h"
 
 #include <cerrno>
@@ -57,3 +58,5 @@ bool RandomBytes(void* pBuffer, size_t nLen) {
 }
 
 }  // namespace kplat
+
+#endif  // !_WIN32

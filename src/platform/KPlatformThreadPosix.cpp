@@ -1,4 +1,5 @@
 // Threads and synchronisation on POSIX threads.
+#if !defined(_WIN32)
 #define KSRC_PATH "src/platform/KPlatformThreadPosix"
 
 #include "platform/KPlatformThread.h"
@@ -443,3 +444,5 @@ int ThreadGetPriority() {
 }
 
 }  // namespace kplat
+
+#endif  // !_WIN32

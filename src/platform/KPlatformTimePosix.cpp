@@ -1,4 +1,5 @@
 // Clocks and time on POSIX.
+#if !defined(_WIN32)
 #include "platform/KPlatformTime.h"
 
 #include <cerrno>
@@ -73,3 +74,5 @@ bool FormatUserDateTime(const struct tm* pTm, char* pBuffer, size_t nSize) {
 }
 
 }  // namespace kplat
+
+#endif  // !_WIN32

@@ -19,7 +19,27 @@
 #  define KELVOR_API __attribute__((visibility("default")))
 #endif
 
-#if !defined(_WIN32)
+#if defined(_WIN32)
+// The system's own definitions of the scalar types, FILETIME, SYSTEMTIME and
+// HWND, without the API declarations (and their A/W renaming macros).
+#  ifndef NOMINMAX
+#    define NOMINMAX
+#  endif
+#  include <windef.h>
+#  include <minwinbase.h>
+#  include <basetsd.h>
+// The Windows Sockets handle type, as winsock2.h declares it.
+typedef UINT_PTR SOCKET;
+#  ifndef INVALID_SOCKET
+#    define INVALID_SOCKET (SOCKET)(~0)
+#  endif
+#  ifndef SOCKET_ERROR
+#    define SOCKET_ERROR (-1)
+#  endif
+#  ifndef INFINITE
+#    define INFINITE 0xffffffff  // as winbase.h spells it
+#  endif
+#else
 // A macro rather than a typedef so that "unsigned __int64" stays valid.
 #  ifndef __int64
 #    define __int64 long long
