@@ -717,6 +717,47 @@ struct FmtSpec {
   FmtArg eData = kArgNone;
 };
 
+// A short array on the stack that moves to the heap only when a format has
+// more conversions or arguments than most: Format is called often.
+template <typename T, size_t N>
+class FmtArray {
+public:
+  FmtArray() = default;
+  FmtArray(const FmtArray&) = delete;  // points into itself
+  FmtArray& operator=(const FmtArray&) = delete;
+  size_t size() const { return m_n; }
+  T& operator[](size_t i) { return m_p[i]; }
+  const T& operator[](size_t i) const { return m_p[i]; }
+  T* begin() { return m_p; }
+  T* end() { return m_p + m_n; }
+  void push_back(const T& v) {
+    if (m_n == N && m_p == m_aLocal) m_heap.assign(m_aLocal, m_aLocal + N);
+    if (m_n >= N) {
+      m_heap.push_back(v);
+      m_p = m_heap.data();
+    } else {
+      m_aLocal[m_n] = v;
+    }
+    ++m_n;
+  }
+  void assign(size_t n, const T& v) {
+    if (n > N) {
+      m_heap.assign(n, v);
+      m_p = m_heap.data();
+    } else {
+      for (size_t i = 0; i < n; ++i) m_aLocal[i] = v;
+      m_p = m_aLocal;
+    }
+    m_n = n;
+  }
+
+private:
+  T m_aLocal[N];
+  std::vector<T> m_heap;
+  T* m_p = m_aLocal;
+  size_t m_n = 0;
+};
+
 // "n$" at p: the argument number n (p moves past it), or 0.
 int ReadArgNumber(const char*& p) {
   const char* q = p;
@@ -853,7 +894,8 @@ int CFormat(char* pBuf, size_t nSize, const char* szFormat, va_list args) {
 
 // An argument read as a count: a negative width means '-' and its size, a
 // negative precision means none.
-void ResolveCounts(FmtSpec& s, const std::vector<FmtValue>& aValues) {
+template <typename Values>
+void ResolveCounts(FmtSpec& s, const Values& aValues) {
   if (s.nWidthArg >= 0) {
     long long n = (int)aValues[(size_t)s.nWidthArg].n;
     s.nWidth = (int)(n < 0 ? (-n > INT_MAX ? INT_MAX : -n) : n);
@@ -906,7 +948,7 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
   bool bAlias = pOwn && szFormat >= pOwn && szFormat < pOwnEnd;
 
   // 1. The conversions and the ordinary characters.
-  std::vector<FmtSpec> aSpecs;
+  FmtArray<FmtSpec, 16> aSpecs;
   size_t nMaxLen = 0;
   int nArgs = 0;
   bool bNumbered = false, bUnnumbered = false, bAskLibrary = false;
@@ -944,10 +986,12 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
 
   // 2. The arguments, in order, with the types the conversions give them
   // (an argument no conversion names is read as an int, as the C library does).
-  std::vector<FmtArg> aTypes((size_t)nArgs, kArgInt);
+  FmtArray<FmtArg, 32> aTypes;
+  aTypes.assign((size_t)nArgs, kArgInt);
   for (const FmtSpec& s : aSpecs)
     if (s.nDataArg >= 0) aTypes[(size_t)s.nDataArg] = s.eData;
-  std::vector<FmtValue> aValues((size_t)nArgs);
+  FmtArray<FmtValue, 32> aValues;
+  aValues.assign((size_t)nArgs, FmtValue());
   va_list args;
   va_copy(args, argList);
   for (int i = 0; i < nArgs; ++i) {

@@ -268,6 +268,13 @@ TEST(KString, FormatReadsArgumentsAsTheCFormatterDoes) {
   KSAME_AS_C("%b|%#B|%s", 5u, 6u, "tail");
   KSAME_AS_C("%3$s|%1$d|%2$*1$.*1$f|%3$.2s", 4, 3.25, "tail");  // numbered arguments
   KSAME_AS_C("%5%|%-3%|%s", "tail");
+  // More conversions and arguments than the measuring pass keeps on the stack.
+  KSAME_AS_C("%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,"
+             "%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,"
+             "%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,"
+             "%d,%d,%d,%d,%d,%d,%d,%d,%d,%d," "%s",
+             1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24,
+             25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, "tail");
   errno = EDOM;  // %m: measured by the C library
   KSAME_AS_C("%s%.0f%m", std::string(100, 'z').c_str(), 1e300);
 #undef KSAME_AS_C
