@@ -49,7 +49,7 @@ for src in fuzz/fuzz_*.cpp; do
       -print_final_stats=1 -artifact_prefix="$artifacts/$name-" "$scratch/$name" >"$log" 2>&1 || rc=$?
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
   # A run cut short by a finding prints no final stats: take its last status line.
-  [ -n "$execs" ] || execs=$(grep -a -o -E '^#[0-9]+' "$log" | tail -n 1 | tr -d '#')
+  [ -n "$execs" ] || execs=$( (grep -a -o -E '^#[0-9]+' "$log" || true) | tail -n 1 | tr -d '#')
   if [ "$rc" -eq 0 ]; then
     printf '%-14s ok       %s s  %s executions\n' "$target" "$secs" "${execs:-?}"
   else
