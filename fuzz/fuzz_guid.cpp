@@ -41,7 +41,8 @@ void CheckPrintedForms(const CKGuid& g) {
   g.ToLittleEndian(le);
   CKGuid back;
   back.FromLittleEndian(le);
-  KFUZZ_CHECK(back.Data1 == __builtin_bswap32(g.Data1) && back.Data2 == __builtin_bswap16(g.Data2) &&
+  KFUZZ_CHECK(back.Data1 == __builtin_bswap32(g.Data1) &&
+              back.Data2 == __builtin_bswap16(g.Data2) &&
               back.Data3 == __builtin_bswap16(g.Data3) &&
               memcmp(back.Data4, g.Data4, sizeof(g.Data4)) == 0);
   KFUZZ_CHECK(CKGuid(g).HashKey() == g.HashKey() && g.HashKey() <= 0xFFFF);

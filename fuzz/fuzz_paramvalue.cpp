@@ -26,7 +26,8 @@ typedef std::vector<std::pair<std::string, std::string>> Pairs;
 
 Pairs PairsOf(const CKListParamValue& l) {
   Pairs v;
-  for (int i = 0; i < l.Count(); ++i) v.emplace_back(KFuzzStr(l.GetParam(i)), KFuzzStr(l.GetValue(i)));
+  for (int i = 0; i < l.Count(); ++i)
+    v.emplace_back(KFuzzStr(l.GetParam(i)), KFuzzStr(l.GetValue(i)));
   return v;
 }
 
@@ -63,7 +64,8 @@ Pairs LoadModel(const std::string& strFile) {
 // FromString's rule written out: the name runs to the first separator text
 // (the whole rest when there is none), the value to the first pair
 // separator; an empty name ends the table, and so does an empty separator.
-Pairs FromStringModel(const std::string& s, const std::string& strEqual, const std::string& strSep) {
+Pairs FromStringModel(const std::string& s, const std::string& strEqual,
+                      const std::string& strSep) {
   Pairs v;
   for (size_t p = 0; p < s.size() && !strEqual.empty();) {
     const size_t e = s.find(strEqual, p);

@@ -25,7 +25,8 @@ int Fold(unsigned char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; }
 
 int CompareNoCase(const std::string& a, const std::string& b) {
   for (size_t i = 0;; ++i) {
-    int ca = i < a.size() ? Fold((unsigned char)a[i]) : 0, cb = i < b.size() ? Fold((unsigned char)b[i]) : 0;
+    const int ca = i < a.size() ? Fold((unsigned char)a[i]) : 0;
+    const int cb = i < b.size() ? Fold((unsigned char)b[i]) : 0;
     if (ca != cb || !ca) return Sign(ca - cb);
   }
 }
@@ -105,8 +106,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const std::string strOld = t.substr(0, nSplit), strNew = t.substr(nSplit);
         int nCount = 0;
         if (!strOld.empty())
-          for (size_t p = 0; (p = mx.find(strOld, p)) != std::string::npos; p += strNew.size(), ++nCount)
+          for (size_t p = 0; (p = mx.find(strOld, p)) != std::string::npos; ++nCount) {
             mx.replace(p, strOld.size(), strNew);
+            p += strNew.size();
+          }
         KFUZZ_CHECK(x.Replace(strOld.c_str(), strNew.c_str()) == nCount);
         break;
       }

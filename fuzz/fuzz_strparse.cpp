@@ -170,7 +170,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     KFUZZ_EQ(KFuzzStr(strKey), Trim(s));
   } else {
     std::string strV = Trim(s.substr(nAt + 1));
-    if (strV.size() >= 2 && strV.front() == '"' && strV.back() == '"') strV = strV.substr(1, strV.size() - 2);
+    if (strV.size() >= 2 && strV.front() == '"' && strV.back() == '"')
+      strV = strV.substr(1, strV.size() - 2);
     KFUZZ_EQ(KFuzzStr(strKey), Trim(s.substr(0, nAt)));
     KFUZZ_EQ(KFuzzStr(strValue), strV);
     KFUZZ_CHECK(bPair == !Trim(s.substr(0, nAt)).empty());

@@ -696,7 +696,9 @@ inline size_t AtLeast(size_t n, int nWidth, int nPrecision) {
 const int kMaxFormatArgs = 4096;
 
 // How the C formatter reads one argument.
-enum FmtArg : unsigned char { kArgNone, kArgInt, kArgLong, kArgLongLong, kArgDouble, kArgLongDouble, kArgPtr };
+enum FmtArg : unsigned char {
+  kArgNone, kArgInt, kArgLong, kArgLongLong, kArgDouble, kArgLongDouble, kArgPtr
+};
 
 union FmtValue {
   long long n;
@@ -832,7 +834,9 @@ bool ParseSpec(const char*& p, FmtSpec& s, int& nNext, bool& bNumbered, bool& bU
     case 'Z':
     case 't':
     case 'j':
-      eInt = *p == 'j' ? IntArgOf<intmax_t>() : *p == 't' ? IntArgOf<ptrdiff_t>() : IntArgOf<size_t>();
+      eInt = *p == 'j'   ? IntArgOf<intmax_t>()
+             : *p == 't' ? IntArgOf<ptrdiff_t>()
+                         : IntArgOf<size_t>();
       bLong = eInt != kArgInt;
       bLongDouble = eInt == kArgLongLong;
       ++p;
@@ -1040,7 +1044,8 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
           const char* sz = (const char*)v.p;
           if (pOwn && sz >= pOwn && sz < pOwnEnd) bAlias = true;
           // With a precision the text need not be terminated.
-          const char* pZero = s.bPrecision ? (const char*)memchr(sz, 0, (size_t)nPrecision) : nullptr;
+          const char* pZero =
+              s.bPrecision ? (const char*)memchr(sz, 0, (size_t)nPrecision) : nullptr;
           nItemLen = !s.bPrecision ? strlen(sz) : pZero ? (size_t)(pZero - sz) : (size_t)nPrecision;
         }
         if (nItemLen < 1) nItemLen = 1;

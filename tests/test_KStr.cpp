@@ -49,7 +49,8 @@ TEST(KStr, JoinNumbersBoolsAndCase) {
     EXPECT_EQ(KIsStrictInt(s), 0) << s;
 
   // Numbers past the int range are true, also those whose low 32 bits are 0.
-  for (const char* s : {"1", "-3", "oui", "Vrai", "TRUE", "yes", "YeS", "4294967296", "-4294967296"})
+  for (const char* s :
+       {"1", "-3", "oui", "Vrai", "TRUE", "yes", "YeS", "4294967296", "-4294967296"})
     EXPECT_EQ(KBool(s), 1) << s;
   for (const char* s : {"no", "0", "faux", "x", "", "yess", "tru", "000000000000000000000"})
     EXPECT_EQ(KBool(s), 0) << s;

@@ -305,8 +305,8 @@ TEST(KString, FormatReadsArgumentsAsTheCFormatterDoes) {
   // Numbered and unnumbered arguments together cannot be read safely.
   s.Format("%1$d %s", 5, "tail");
   EXPECT_EQ(0u, s.GetLength());
-  EXPECT_TRUE(log.LastIsAssert("nArgs<=kMaxFormatArgs && !(bNumbered && bUnnumbered)", "src/KString",
-                               CKTestLog::kReturn));
+  EXPECT_TRUE(log.LastIsAssert("nArgs<=kMaxFormatArgs && !(bNumbered && bUnnumbered)",
+                               "src/KString", CKTestLog::kReturn));
 }
 #pragma GCC diagnostic pop
 
