@@ -3,6 +3,7 @@
 #define KSRC_PATH "src/KDebug"
 
 #include <base/tools/KDebug.h>
+#include <base/tools/KException.h>
 
 #include <atomic>
 #include <cstdint>
@@ -152,6 +153,13 @@ void CKTools::DebugOutput(const char* szText) {
 }
 
 void CKTools::SetLogFile(FILE* pStream) { m_pLogFile = pStream; }
+
+// ---------------------------------------------------------------- records
+// Out of line, so that the DLL exports these classes by name.
+CKLogMsg::CKLogMsg() : m_nReserved(0), m_nType(0), m_nParam(0) {}
+
+CKMemoryException::CKMemoryException(const char* szFile, unsigned nLine)
+    : m_szFile(szFile), m_nLine(nLine) {}
 
 // ---------------------------------------------------------------- log family
 static inline bool LogOn() { return (KTools()->GetFlags() & KTOOLS_FLAG_LOG) != 0; }

@@ -94,7 +94,7 @@ KELVOR_API void KStatus(const char* szText, const char* szText2, int n);
 // the receiving target owns it and deletes it.
 class KELVOR_API CKLogMsg {
 public:
-  CKLogMsg() : m_nReserved(0), m_nType(0), m_nParam(0) {}
+  CKLogMsg();
   CKLogMsg(const CKLogMsg& m) = default;
   CKLogMsg& operator=(const CKLogMsg& m) = default;
 

@@ -7,7 +7,7 @@
 // Thrown when the C heap refuses a block; names the allocation site.
 class KELVOR_API CKMemoryException {
 public:
-  CKMemoryException(const char* szFile, unsigned nLine) : m_szFile(szFile), m_nLine(nLine) {}
+  CKMemoryException(const char* szFile, unsigned nLine);
   CKMemoryException(const CKMemoryException& e) = default;
   CKMemoryException& operator=(const CKMemoryException& e) = default;
 
