@@ -149,10 +149,7 @@ void CKFastList::InsertAt(int nIndex, const char* sz) {
   data.ptr[nOld] = pDropped;
 }
 
-CKString CKFastList::Get(const int& nIndex) const {
-  const CKString* s = GetPtr(nIndex);
-  return s ? *s : CKString();
-}
+CKString CKFastList::Get(const int& nIndex) const { return klist::TextAt(data, nIndex); }
 
 CKString CKFastList::operator[](const int& nIndex) const { return Get(nIndex); }
 
@@ -204,18 +201,11 @@ void CKFastList::RealDeleteAll() {
 }
 
 int CKFastList::Find(const char* sz, int bNoCase) const {
-  const size_t nLen = sz ? std::strlen(sz) : 0;
-  for (int i = 0; i < data.elts; i++)
-    if (klist::FindMatch(GetPtr(i), sz, nLen, bNoCase)) return i;
-  return -1;
+  return klist::FindText(data, sz, bNoCase);
 }
 
 int CKFastList::FindBeginWith(const char* sz, int bNoCase, int) const {
-  for (int i = 0; i < data.elts; i++) {
-    const CKString* s = GetPtr(i);
-    if (KStrBeginWith(s ? s->GetString() : "", sz, bNoCase)) return i;
-  }
-  return -1;
+  return klist::FindPrefix(data, sz, bNoCase);
 }
 
 void CKFastList::operator+=(const CKFastList& l) {
@@ -327,27 +317,14 @@ void CKFastList::CopyAndRemove(CKFastList& target, int n, int bEmptyTarget) {
   data.elts -= m;
 }
 
-void CKFastList::SetCount(int n) {
-  if (n < 0) n = 0;
-  while (data.elts > n) Delete(data.elts - 1);
-  while (data.elts < n) {
-    const int nBefore = data.elts;
-    Add("");
-    if (data.elts == nBefore) break;
-  }
-}
+void CKFastList::SetCount(int n) { klist::SetCount(*this, n); }
 
-int CKFastList::TotalCharCount() const { return klist::TotalChars(data); }
+int CKFastList::TotalCharCount() const { return klist::TotalCharsInt(data); }
 
-int CKFastList::iGet(int nIndex) const {
-  const CKString* s = GetPtr(nIndex);
-  return s ? std::atoi(*s) : 0;
-}
+int CKFastList::iGet(int nIndex) const { return klist::IntAt(data, nIndex); }
 
 int CKFastList::iGet2(int nIndex, int nDefault) const {
-  if (nIndex < 0 || nIndex >= data.elts) return nDefault;
-  const CKString* s = GetPtr(nIndex);
-  return KInt2(s ? s->GetString() : nullptr, nDefault);
+  return klist::IntAt(data, nIndex, nDefault);
 }
 
 int CKFastList::InsertUniqueAt(int nIndex, CKString& s, int bNoCase) {
@@ -356,20 +333,7 @@ int CKFastList::InsertUniqueAt(int nIndex, CKString& s, int bNoCase) {
 }
 
 int CKFastList::InsertUniqueAt(int nIndex, const char* sz, int bNoCase) {
-  if (!sz) return -1;
-  for (int i = data.elts - 1; i >= 0; i--) {
-    const CKString* p = GetPtr(i);
-    if (klist::Compare(p ? p->GetString() : "", sz, bNoCase) == 0) {
-      Delete(i);
-      if (i < nIndex) nIndex--;
-    }
-  }
-  if (nIndex < 0) nIndex = 0;
-  if (nIndex < data.elts) {
-    InsertAt(nIndex, sz);
-    return nIndex;
-  }
-  return Add(sz);
+  return klist::InsertUnique(*this, nIndex, sz, bNoCase);
 }
 
 int CKFastList::PreAlloc(int n) {
@@ -402,22 +366,9 @@ int CKFastList::PreAlloc(int n) {
   return 1;
 }
 
+// Reported on the lines the fast list's checks have always named.
 void CKFastList::RemoveDuplicates(int bNoCase) {
-  for (int p = 0; p < data.elts - 1; p++) {
-    const CKString* s1 = GetPtr(p);
-    KASSERT_T(s1, "pStr1");
-    if (!s1) continue;
-    const unsigned nLen = s1->GetLength();
-    for (int q = p + 1; q < data.elts; q++) {
-      const CKString* s2 = GetPtr(q);
-      KASSERT_T(s2, "pStr2");
-      if (!s2) continue;
-      if (s2->GetLength() == nLen && klist::NCompare(*s1, *s2, nLen, bNoCase) == 0) {
-        Delete(q);
-        q--;
-      }
-    }
-  }
+  klist::RemoveDuplicates(*this, bNoCase, KSRC_PATH, 408, 413);
 }
 
 void CKFastList::Detach(CKFastList& target) {

@@ -158,10 +158,7 @@ void CKList::InsertAt(int nIndex, const char* sz) {
   }
 }
 
-CKString CKList::Get(const int& nIndex) const {
-  const CKString* s = GetPtr(nIndex);
-  return s ? *s : CKString();
-}
+CKString CKList::Get(const int& nIndex) const { return klist::TextAt(data, nIndex); }
 
 CKString CKList::operator[](const int& nIndex) const { return Get(nIndex); }
 
@@ -186,19 +183,10 @@ void CKList::Empty() {
 
 void CKList::DeleteAll() { CKList::Empty(); }
 
-int CKList::Find(const char* sz, int bNoCase) const {
-  const size_t nLen = sz ? std::strlen(sz) : 0;
-  for (int i = 0; i < data.elts; i++)
-    if (klist::FindMatch((const CKString*)data.ptr[i], sz, nLen, bNoCase)) return i;
-  return -1;
-}
+int CKList::Find(const char* sz, int bNoCase) const { return klist::FindText(data, sz, bNoCase); }
 
 int CKList::FindBeginWith(const char* sz, int bNoCase, int) const {
-  for (int i = 0; i < data.elts; i++) {
-    const CKString* s = (const CKString*)data.ptr[i];
-    if (KStrBeginWith(s ? s->GetString() : "", sz, bNoCase)) return i;
-  }
-  return -1;
+  return klist::FindPrefix(data, sz, bNoCase);
 }
 
 void CKList::operator+=(const CKList& l) {
@@ -321,28 +309,13 @@ void CKList::CopyAndRemove(CKList& target, int n, int bEmptyTarget) {
   PileSetCount(data.elts - m);
 }
 
-void CKList::SetCount(int n) {
-  if (n < 0) n = 0;
-  while (data.elts > n) Delete(data.elts - 1);
-  while (data.elts < n) {
-    const int nBefore = data.elts;
-    Add("");
-    if (data.elts == nBefore) break;  // a bounded list stops growing
-  }
-}
+void CKList::SetCount(int n) { klist::SetCount(*this, n); }
 
-int CKList::TotalCharCount() const { return klist::TotalChars(data); }
+int CKList::TotalCharCount() const { return klist::TotalCharsInt(data); }
 
-int CKList::iGet(int nIndex) const {
-  const CKString* s = GetPtr(nIndex);
-  return s ? std::atoi(*s) : 0;
-}
+int CKList::iGet(int nIndex) const { return klist::IntAt(data, nIndex); }
 
-int CKList::iGet2(int nIndex, int nDefault) const {
-  if (nIndex < 0 || nIndex >= data.elts) return nDefault;
-  const CKString* s = GetPtr(nIndex);
-  return KInt2(s ? s->GetString() : nullptr, nDefault);
-}
+int CKList::iGet2(int nIndex, int nDefault) const { return klist::IntAt(data, nIndex, nDefault); }
 
 int CKList::InsertUniqueAt(int nIndex, CKString& s, int bNoCase) {
   // A private copy: s may be one of the strings about to be deleted.
@@ -351,20 +324,7 @@ int CKList::InsertUniqueAt(int nIndex, CKString& s, int bNoCase) {
 }
 
 int CKList::InsertUniqueAt(int nIndex, const char* sz, int bNoCase) {
-  if (!sz) return -1;
-  for (int i = data.elts - 1; i >= 0; i--) {
-    const CKString* p = (const CKString*)data.ptr[i];
-    if (klist::Compare(p ? p->GetString() : "", sz, bNoCase) == 0) {
-      Delete(i);
-      if (i < nIndex) nIndex--;
-    }
-  }
-  if (nIndex < 0) nIndex = 0;
-  if (nIndex < data.elts) {
-    InsertAt(nIndex, sz);
-    return nIndex;
-  }
-  return Add(sz);
+  return klist::InsertUnique(*this, nIndex, sz, bNoCase);
 }
 
 int CKList::PreAlloc(int n) {
@@ -378,21 +338,7 @@ int CKList::PreAlloc(int n) {
 }
 
 void CKList::RemoveDuplicates(int bNoCase) {
-  for (int p = 0; p < data.elts - 1; p++) {
-    const CKString* s1 = (const CKString*)data.ptr[p];
-    KASSERT_AT(s1, "pStr1", "src/KList", 247);
-    if (!s1) continue;
-    const unsigned nLen = s1->GetLength();
-    for (int q = p + 1; q < data.elts; q++) {
-      const CKString* s2 = (const CKString*)data.ptr[q];
-      KASSERT_AT(s2, "pStr2", "src/KList", 251);
-      if (!s2) continue;
-      if (s2->GetLength() == nLen && klist::NCompare(*s1, *s2, nLen, bNoCase) == 0) {
-        Delete(q);
-        q--;
-      }
-    }
-  }
+  klist::RemoveDuplicates(*this, bNoCase, "src/KList", 247, 251);
 }
 
 void CKList::Detach(CKList& target) {

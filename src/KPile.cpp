@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "KListUtil.h"
+
 namespace {
 
 const size_t kSlot = sizeof(void*);
@@ -56,7 +58,8 @@ int KPileCheckSizeW(KPile* p, unsigned nWidth) {
     // wild count fails here instead of committing gigabytes.
     if (nNew * nWidth > kMaxBytes) return -1;
     void* pOld = p->ptr;
-    void* q = std::realloc(pOld, (size_t)nNew * nWidth);
+    // The size field grows by whole steps; the block itself geometrically.
+    void* q = klist::GrowBlock(pOld, (size_t)nNew * nWidth, (size_t)kMaxBytes);
     // errno is deliberately not cleared first: a stale ENOMEM also counts.
     const bool bFailed = q == nullptr || errno == ENOMEM;
     // No block: the old array and its size stay, so no later write can go
@@ -88,13 +91,23 @@ int KPileCheckSizeW(KPile* p, unsigned nWidth) {
 
 int KPileCheckSize(KPile* p) { return KPileCheckSizeW(p, kSlot) > 0 ? 1 : 0; }
 
-int KPileSizeof(const KPile* p) { return p->size * (int)kSlot + (int)sizeof(KPile); }
+int KPileSizeof(const KPile* p) {
+  const long long n = (long long)p->size * (long long)kSlot + (long long)sizeof(KPile);
+  return n > INT_MAX ? INT_MAX : (int)n;  // an int cannot say more
+}
 
 void* KPileGet(const KPile* p, int nIndex) {
   return (nIndex >= 0 && nIndex < p->elts && p->ptr) ? p->ptr[nIndex] : nullptr;
 }
 
 int KPileAdd(KPile* p, void* v) {
+  // Room at the count and less than a step idle: CheckSize would change
+  // nothing.
+  const int nStep = p->step > 0 ? p->step : KPILE_DEFAULT_STEP;
+  if (p->ptr && p->elts < p->size && p->size - nStep <= p->elts) {
+    p->ptr[p->elts] = v;
+    return p->elts++;
+  }
   Revive(p);
   const int nOldSize = p->size;
   // A failed verdict with a usable array is ignored; no array refuses.

@@ -154,6 +154,17 @@ TEST_F(FastListTest, SharedListBehaviour) {
   EXPECT_EQ(4, l.AddUnique(CKString("d")));
   l.RemoveDuplicates(FALSE);
   EXPECT_EQ("b|a|c|d", Text(l));
+  // Null elements (slots the list has never filled) are reported and kept.
+  CKFastList holes;
+  holes.SetStep(4);
+  holes.Add("a");
+  holes.Set(5, "a");
+  holes.RemoveDuplicates(FALSE);
+  EXPECT_EQ("a||||", Text(holes));
+  EXPECT_EQ(nullptr, holes.PileGet(1));
+  EXPECT_TRUE(tools.HasAssert("pStr2", "src/KFastList", CKTestLog::kContinue, 413));
+  EXPECT_TRUE(tools.HasAssert("pStr1", "src/KFastList", CKTestLog::kContinue, 408));
+  holes.RealDeleteAll();
   l.Sort();
   EXPECT_EQ("a|b|c|d", Text(l));
   l.Swap(0, 3);

@@ -40,6 +40,21 @@ TEST_F(KListTest, FindAndUniqueness) {
   l.Delete("ab");
   EXPECT_EQ("abc||AB|Ab", Join(l));
 
+  // Ignoring case folds ASCII letters only.
+  l = Make({"`x", "\xe9", "[", "`X"});
+  EXPECT_EQ(-1, l.Find("@x", TRUE));
+  EXPECT_EQ(-1, l.Find("\xc9", TRUE));
+  EXPECT_EQ(-1, l.Find("{", TRUE));
+  EXPECT_EQ(0, l.Find("`X", TRUE));
+  // Long lists, null and empty elements on the way.
+  l = CKList();
+  for (int i = 0; i < 100; i++) l.Add(("item" + std::to_string(i)).c_str());
+  l.Set(120, "Last");
+  EXPECT_EQ(99, l.Find("item99"));
+  EXPECT_EQ(120, l.Find("LAST", TRUE));
+  EXPECT_EQ(100, l.Find(""));
+  EXPECT_EQ(-1, l.Find("item100"));
+
   l = Make({"a", "b", "a"});
   EXPECT_EQ(0, l.InsertUniqueAt(1, "a", FALSE));
   EXPECT_EQ("a|b", Join(l));
@@ -204,6 +219,31 @@ TEST_F(KListTest, TextForms) {
   EXPECT_EQ(12, l.iGet(0));
   EXPECT_EQ(-1, l.iGet2(7, -1));
   EXPECT_EQ(KInt2("12x", -1), l.iGet2(0, -1));
+  // Numbers an int cannot hold give its bounds.
+  l = Make({"2147483647", "-2147483648", "2147483648", "-99999999999999999999", " +8x"});
+  EXPECT_EQ(INT_MAX, l.iGet(0));
+  EXPECT_EQ(INT_MIN, l.iGet(1));
+  EXPECT_EQ(INT_MAX, l.iGet(2));
+  EXPECT_EQ(INT_MIN, l.iGet(3));
+  EXPECT_EQ(8, l.iGet(4));
+}
+
+TEST_F(KListTest, TextsSharingOneHugeBlock) {
+  // Five elements share one block of 2^30 + 1 characters (nothing is
+  // copied): their total passes INT_MAX and 2^32.
+  CKString big;
+  big.GetBufferSetLength((1u << 30) + 1);
+  CKList l;
+  CKFastList f;
+  for (int i = 0; i < 5; i++) {
+    l.Add(big);
+    f.Add(big);
+  }
+  EXPECT_EQ(INT_MAX, l.TotalCharCount());
+  EXPECT_EQ(INT_MAX, f.TotalCharCount());
+  EXPECT_THROW(l.ToString(','), CKMemoryException);
+  EXPECT_THROW(f.ToString(','), CKMemoryException);
+  f.RealDeleteAll();
 }
 
 TEST_F(KListTest, CircularListWraps) {

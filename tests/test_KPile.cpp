@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <utility>
 
@@ -186,6 +187,34 @@ TEST(KPileT, ValuePiles) {
   t2.Copy(t);
   EXPECT_EQ(6, t2.Count());
   EXPECT_EQ(9, t2.Get(5));
+
+  // A record whose array is gone reads as empty; no operation goes through
+  // the null array.
+  CKListTyped<int> gone;
+  gone.data.elts = 3;
+  gone.data.size = 128;
+  EXPECT_EQ(0, gone.Get(1));
+  EXPECT_EQ(-1, gone.Find(0));
+  EXPECT_EQ(-1, gone.PileSetAt(1, 5));
+  EXPECT_EQ(0, gone.Delete(1));
+  gone.Swap(0, 2);
+  gone.PileMove(0, 2);
+  gone.Sort();
+  t2.PileFastAdd(gone);
+  EXPECT_EQ(6, t2.Count());
+  gone.data.elts = 0;
+  gone.data.size = 0;
+}
+
+TEST(KPile, SizeofOfHugeSizes) {
+  // Sizes whose byte count passes INT_MAX give INT_MAX, not a wrapped value.
+  CKPileFast p;
+  p.data.size = 1 << 28;
+  EXPECT_EQ(INT_MAX, p.PileSizeof());
+  CKPileT<__int64> q;
+  q.data.size = 1 << 28;
+  EXPECT_EQ(INT_MAX, q.PileSizeof());
+  q.data.size = 0;
 }
 
 TEST(KPtrList, NonOwning) {

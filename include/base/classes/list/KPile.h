@@ -166,10 +166,13 @@ public:
   int Count() const { return data.elts; }
   int PileSize() const { return data.size; }
   int PileGetStep() const { return data.step; }
-  int PileSizeof() const { return data.size * (int)sizeof(T) + (int)sizeof(KPile); }
+  int PileSizeof() const {
+    const long long n = (long long)data.size * (long long)sizeof(T) + (long long)sizeof(KPile);
+    return n > 0x7FFFFFFF ? 0x7FFFFFFF : (int)n;  // an int cannot say more
+  }
   T* PileGetData() const { return (T*)data.ptr; }
   T PileGet(const int& nIndex) const {
-    return (nIndex >= 0 && nIndex < data.elts) ? Slots()[nIndex] : T();
+    return (nIndex >= 0 && nIndex < data.elts && data.ptr) ? Slots()[nIndex] : T();
   }
   int PileAdd(const T& v) {
     const int nOld = data.size;
@@ -204,7 +207,7 @@ public:
   }
   int PileSetAt(int nIndex, const T& v) {
     if (nIndex < 0) nIndex = 0;
-    if (nIndex >= data.elts) return -1;
+    if (nIndex >= data.elts || !data.ptr) return -1;
     Slots()[nIndex] = v;
     return nIndex;
   }
@@ -218,7 +221,7 @@ public:
   }
   // Removes slot nIndex and returns its value (T() when out of range).
   T PileRemove(int nIndex) {
-    if (nIndex < 0 || nIndex >= data.elts) return T();
+    if (nIndex < 0 || nIndex >= data.elts || !data.ptr) return T();
     T* s = Slots();
     T v = s[nIndex];
     std::memmove(s + nIndex, s + nIndex + 1, sizeof(T) * (size_t)(data.elts - 1 - nIndex));
@@ -235,12 +238,15 @@ public:
   int PileFind(const T& v, int nFrom = 0) const {
     if (nFrom < 0) nFrom = 0;
     const T* s = Slots();
+    if (!s) return -1;
     for (int i = nFrom; i < data.elts; i++)
       if (std::memcmp(&s[i], &v, sizeof(T)) == 0) return i;
     return -1;
   }
   void PileMove(int nTo, int nFrom) {
-    if (nTo == nFrom || nTo < 0 || nFrom < 0 || nTo >= data.elts || nFrom >= data.elts) return;
+    if (nTo == nFrom || nTo < 0 || nFrom < 0 || nTo >= data.elts || nFrom >= data.elts ||
+        !data.ptr)
+      return;
     T* s = Slots();
     T v = s[nFrom];
     if (nFrom < nTo)
@@ -250,14 +256,14 @@ public:
     s[nTo] = v;
   }
   void PileSwap(int i, int j) {
-    if (i == j || i < 0 || j < 0 || i >= data.elts || j >= data.elts) return;
+    if (i == j || i < 0 || j < 0 || i >= data.elts || j >= data.elts || !data.ptr) return;
     T* s = Slots();
     T v = s[i];
     s[i] = s[j];
     s[j] = v;
   }
   void PileSort() {
-    if (data.sortfunc && data.elts > 1)
+    if (data.sortfunc && data.elts > 1 && data.ptr)
       std::qsort(data.ptr, (size_t)data.elts, sizeof(T), data.sortfunc);
   }
   void PileSetSortFunc(KPileSortFunc f) { data.sortfunc = f; }
@@ -311,7 +317,7 @@ public:
   // not grow.
   int PileFastAdd(const CKPileT& other) {
     const int n = other.data.elts;
-    if (n <= 0) return 1;
+    if (n <= 0 || !other.data.ptr) return 1;
     const int nOldCount = data.elts;
     const int nOld = data.size;
     data.elts += n;
