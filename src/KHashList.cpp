@@ -10,6 +10,8 @@
 #include <base/tools/KDebug.h>
 #include <base/tools/KException.h>
 
+#include "KListUtil.h"
+
 CKHashList::CKHashList()
     : m_pHashTable(nullptr),
       m_pFreeList(nullptr),
@@ -116,7 +118,10 @@ void CKHashList::GrowPool(int nAdd) {
   // system's overcommit policy, instead of zeroing gigabytes.
   if ((size_t)nNew * sizeof(KHashElt) > (size_t)INT_MAX) throw CKMemoryException(KSRC_PATH, 225);
   uintptr_t nOldBase = (uintptr_t)m_pElts;
-  KHashElt* pPool = (KHashElt*)realloc(m_pElts, (size_t)nNew * sizeof(KHashElt));
+  // The count of elements grows by the step; the block itself geometrically,
+  // so that the pool rarely moves (each move rewrites every link).
+  KHashElt* pPool =
+      (KHashElt*)klist::GrowBlock(m_pElts, (size_t)nNew * sizeof(KHashElt), (size_t)INT_MAX);
   if (!pPool) throw CKMemoryException(KSRC_PATH, 225);
   m_pElts = pPool;
   m_nAllocated = nNew;
@@ -235,20 +240,24 @@ KHashElt* CKHashList::EltAt(unsigned int nIndex, KHashElt*** pppLink) const {
   return nullptr;
 }
 
-void* CKHashList::Get(unsigned int nIndex) const {
+// The element that Get(index) and GetKey(index) read, or null after their
+// reports.
+KHashElt* CKHashList::EltReported(unsigned int nIndex) const {
   KASSERT_RETV_AT(nIndex<m_nCount, "nIndex<m_nCount", KSRC_PATH, 153, nullptr);
   KASSERT_RETV_AT(m_pHashTable, "m_pHashTable", KSRC_PATH, 154, nullptr);
   KHashElt* pElt = EltAt(nIndex, nullptr);
   KASSERT_RETV_AT(pElt, "FALSE", KSRC_PATH, 165, nullptr);
-  return pElt->pValue;
+  return pElt;
+}
+
+void* CKHashList::Get(unsigned int nIndex) const {
+  const KHashElt* pElt = EltReported(nIndex);
+  return pElt ? pElt->pValue : nullptr;
 }
 
 void* CKHashList::GetKey(unsigned int nIndex) const {
-  KASSERT_RETV_AT(nIndex<m_nCount, "nIndex<m_nCount", KSRC_PATH, 153, nullptr);
-  KASSERT_RETV_AT(m_pHashTable, "m_pHashTable", KSRC_PATH, 154, nullptr);
-  KHashElt* pElt = EltAt(nIndex, nullptr);
-  KASSERT_RETV_AT(pElt, "FALSE", KSRC_PATH, 165, nullptr);
-  return pElt->pKey;
+  const KHashElt* pElt = EltReported(nIndex);
+  return pElt ? pElt->pKey : nullptr;
 }
 
 void CKHashList::Delete(void* pKey) {
@@ -257,10 +266,11 @@ void CKHashList::Delete(void* pKey) {
 }
 
 void CKHashList::Delete(unsigned int nIndex) {
-  KASSERT_RET(nIndex<m_nCount);
-  KASSERT_RET(m_pHashTable);
+  // Reported on the lines these checks have always named.
+  KASSERT_RET_AT(nIndex<m_nCount, "nIndex<m_nCount", KSRC_PATH, 260);
+  KASSERT_RET_AT(m_pHashTable, "m_pHashTable", KSRC_PATH, 261);
   KHashElt** ppLink = nullptr;
-  KASSERT_RET_T(EltAt(nIndex, &ppLink), "FALSE");
+  KASSERT_RET_AT(EltAt(nIndex, &ppLink), "FALSE", KSRC_PATH, 263);
   RemoveLink(ppLink);
 }
 

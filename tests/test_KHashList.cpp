@@ -30,6 +30,7 @@ typedef CKHashStringToPtr<CCounted> CMap;
 // Integer keys, hash = key: buckets are predictable and collisions easy.
 class CIntMap : public CKHashList {
 public:
+  using CKHashList::operator=;
   ~CIntMap() override { DeleteAll(); }
   int m_nDestructed = 0;
   std::vector<std::pair<void*, void*>> m_valueChanges;
@@ -58,8 +59,20 @@ std::string Dump(const CMap& m) {
 
 TEST(KHashList, StringHashBucketsAndCollisions) {
   EXPECT_EQ(CKHashList::HashString(""), 0u);
+  EXPECT_EQ(CKHashList::HashString(nullptr), 0u);
   EXPECT_EQ(CKHashList::HashString("ab"), 3299u);
   EXPECT_EQ(CKHashList::HashString("a\xE9"), 97u * 33u - 23u);  // signed bytes
+  // Every length around the blocks the hash reads at once, high bytes too.
+  std::string text;
+  unsigned h = 0;
+  for (int i = 0; i < 40; ++i) {
+    size_t nLen = 99;
+    EXPECT_EQ(CKHashList::HashText(text.c_str(), nLen), h) << i;
+    EXPECT_EQ(nLen, text.size());
+    const char c = (char)(i * 37 + 200);
+    text += c;
+    h = h * 33u + (unsigned)(int)(signed char)c;
+  }
 
   // "a" hashes to 97, "ab" to bucket 206, "!'" to 33 * 33 + 39 = 97 + 1031.
   CMap m;
@@ -86,6 +99,19 @@ TEST(KHashList, StringHashBucketsAndCollisions) {
   EXPECT_EQ(m.Get("a")->n, 4);
   EXPECT_FALSE(m.Exist("!'"));
   EXPECT_EQ(Dump(m), "a=4 ab=1 ");
+
+  // Keys compare as strcmp does: a stored key with a zero byte inside
+  // matches the text before it, and a longer or shorter text does not.
+  CKString* pKey = new CKString("qrXs");
+  pKey->SetAt(2, 0);
+  CCounted* pValue = new CCounted(5);
+  CKHashList& base = m;
+  base.Set(pKey, pValue);
+  EXPECT_EQ(m.Get("qr"), pValue);
+  m.Delete("qr");
+  EXPECT_EQ(m.Count(), 2u);
+  EXPECT_EQ(CKHashList::HashString("a\xF5") % 1031, 97u);  // the bucket of "a"
+  EXPECT_EQ(m.Get("a\xF5"), nullptr);
 }
 
 TEST(KHashList, PoolRelocationChainsDummyAndHooks) {

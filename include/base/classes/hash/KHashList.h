@@ -9,6 +9,9 @@
 #ifndef KELVOR_KHASHLIST_H
 #define KELVOR_KHASHLIST_H
 
+#include <cstddef>
+#include <cstring>
+
 #include <base/tools/KDefs.h>
 
 // One pool entry: chain link, key, value.
@@ -96,13 +99,34 @@ public:
   // The string hash of the library's string-keyed maps: h = h * 33 + c over
   // the bytes taken as signed chars, 32-bit wrapping, no initial offset.
   static unsigned int HashString(const char* sz) {
+    size_t nLen;
+    return HashText(sz, nLen);
+  }
+  // The same, giving the text's length as well. The length comes first;
+  // then eight bytes at a time (h * 33^8 + c0 * 33^7 + ... + c7: the same
+  // value), so that the multiplications do not wait on each other.
+  static unsigned int HashText(const char* sz, size_t& nLen) {
+    nLen = sz ? std::strlen(sz) : 0;
     unsigned int h = 0;
-    if (sz)
-      for (; *sz; ++sz) h = h * 33u + (unsigned int)(int)(signed char)*sz;
+    size_t i = 0;
+    for (; i + 8 <= nLen; i += 8) {
+      const char* p = sz + i;  // powers of 33 modulo 2^32
+      h = h * 1954312449u + Byte(p[0]) * 3963737313u + Byte(p[1]) * 1291467969u +
+          Byte(p[2]) * 39135393u + Byte(p[3]) * 1185921u + Byte(p[4]) * 35937u +
+          Byte(p[5]) * 1089u + Byte(p[6]) * 33u + Byte(p[7]);
+    }
+    for (; i < nLen; ++i) h = h * 33u + Byte(sz[i]);
     return h;
   }
 
 protected:
+  // A byte of a key text as the hash takes it: signed, sign-extended.
+  static unsigned int Byte(char c) { return (unsigned int)(int)(signed char)c; }
+  // The link that heads bucket nHash % table size; null without a table.
+  KHashElt** BucketLink(unsigned int nHash) const {
+    return m_pHashTable ? &m_pHashTable[nHash % m_nTableSize] : nullptr;
+  }
+
   // The base cannot copy elements while a subclass is not yet constructed:
   // it starts empty, and subclass copy constructors call operator=.
   CKHashList(const CKHashList&);
@@ -124,6 +148,7 @@ private:
   KHashElt* GetFreeElement();
   void GrowPool(int nAdd);
   KHashElt* EltAt(unsigned int nIndex, KHashElt*** pppLink) const;
+  KHashElt* EltReported(unsigned int nIndex) const;
   void Reset();
 
   KHashElt** m_pHashTable;

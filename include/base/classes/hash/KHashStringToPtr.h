@@ -8,100 +8,77 @@
 
 #include <new>
 
-#include <base/classes/hash/KHashList.h>
+#include <base/classes/hash/KHashStringKeyed.h>
 #include <base/tools/KDebug.h>
 #include <base/tools/KString.h>
 
 class CKList;
 
 template <class T = CKList>
-class KELVOR_API CKHashStringToPtr : public CKHashList {
+class KELVOR_API CKHashStringToPtr : public CKHashStringKeyed<CKHashStringToPtr<T>> {
+  typedef CKHashStringKeyed<CKHashStringToPtr<T>> Base;
+
 public:
+  // Where the refusals of assignment and Detach are reported.
+  static constexpr const char* kAssertPath = "include/base/classes/hash/KHashStringToPtr";
+  static constexpr int kAssignLine = 30;
+  static constexpr int kDetachLine = 39;
+
   CKHashStringToPtr() {}
-  CKHashStringToPtr(const CKHashStringToPtr& src) : CKHashList() { CKHashList::operator=(src); }
+  CKHashStringToPtr(const CKHashStringToPtr& src) : Base() { CKHashList::operator=(src); }
   CKHashStringToPtr& operator=(const CKHashStringToPtr& src) {
     CKHashList::operator=(src);
     return *this;
   }
-  // Assignment through a CKHashList reference: a source that is not one of
-  // these maps is refused (its elements are not texts and owned objects).
+  // A source that is not one of these maps is reported and refused.
   CKHashStringToPtr& operator=(const CKHashList& src) override {
-    const CKHashStringToPtr* pSrc = dynamic_cast<const CKHashStringToPtr*>(&src);
-    KASSERT_RETV_AT(pSrc, "pSrc", "include/base/classes/hash/KHashStringToPtr", __LINE__,
-                    *this);
-    CKHashList::operator=(*pSrc);
+    this->AssignChecked(src);
     return *this;
   }
-  ~CKHashStringToPtr() override { DeleteAll(); }
-  // Moves everything to target, which must be one of these maps too.
-  void Detach(CKHashList& target) override {
-    KASSERT_RET_AT(dynamic_cast<CKHashStringToPtr*>(&target), "pTarget",
-                   "include/base/classes/hash/KHashStringToPtr", __LINE__);
-    CKHashList::Detach(target);
-  }
+  ~CKHashStringToPtr() override { this->DeleteAll(); }
 
   // Takes ownership of pObject. A value already stored under szKey is
   // deleted (unless it is pObject itself); the stored key is kept. With a
   // null key nothing is stored and pObject stays the caller's.
   void Set(const char* szKey, T* pObject) {
-    KASSERT_RET_AT(szKey, "szKey", "include/base/classes/hash/KHashStringToPtr", 265);
-    unsigned int nHash = HashString(szKey);
-    KHashElt** ppLink = FindLink(nHash, szKey, &EqualText);
+    KASSERT_RET_AT(szKey, "szKey", kAssertPath, 265);
+    size_t nLen;
+    const unsigned int nHash = CKHashList::HashText(szKey, nLen);
+    KHashElt** ppLink = this->FindText(nHash, szKey, nLen);
     KHashElt* pElt;
     if (ppLink) {
       pElt = *ppLink;
     } else {
       CKString* pStr = new (std::nothrow) CKString(szKey);
-      KASSERT_RET_AT(pStr, "pStr", "include/base/classes/hash/KHashStringToPtr", 268);
+      KASSERT_RET_AT(pStr, "pStr", kAssertPath, 268);
       try {
-        pElt = InsertElt(nHash, pStr);
+        pElt = this->InsertElt(nHash, pStr);
       } catch (...) {
         delete pStr;
         throw;
       }
     }
-    DestructValue(pElt->pValue, pObject);
+    this->DestructValue(pElt->pValue, pObject);
     pElt->pValue = pObject;
   }
 
   // The object stored under szKey, or null.
   T* Get(const char* szKey) const {
-    KHashElt** ppLink = szKey ? FindLink(HashString(szKey), szKey, &EqualText) : nullptr;
+    KHashElt** ppLink = this->FindText(szKey);
     return ppLink ? (T*)(*ppLink)->pValue : nullptr;
   }
   T* Get(const char* szKey, int* pbFound) const {
-    KHashElt** ppLink = szKey ? FindLink(HashString(szKey), szKey, &EqualText) : nullptr;
+    KHashElt** ppLink = this->FindText(szKey);
     if (pbFound) *pbFound = ppLink ? 1 : 0;
     return ppLink ? (T*)(*ppLink)->pValue : nullptr;
   }
-  int Exist(const char* szKey) const {
-    return szKey && FindLink(HashString(szKey), szKey, &EqualText) ? 1 : 0;
-  }
-  // Removes the element and deletes its key and object.
-  void Delete(const char* szKey) {
-    KHashElt** ppLink = szKey ? FindLink(HashString(szKey), szKey, &EqualText) : nullptr;
-    if (ppLink) RemoveLink(ppLink);
-  }
 
-  void DeleteAt(unsigned int nIndex) { CKHashList::Delete(nIndex); }
-
-  // Object and key text of the nIndex-th element in iteration order.
+  // Object of the nIndex-th element in iteration order.
   T* GetAt(unsigned int nIndex) const { return (T*)CKHashList::Get(nIndex); }
-  CKString GetKeyAt(unsigned int nIndex) const {
-    const CKString* pKey = (const CKString*)CKHashList::GetKey(nIndex);
-    return pKey ? *pKey : CKString();
-  }
   static T* ValueOf(const KHashPos& pos) { return (T*)pos.pElt->pValue; }
   static const CKString& KeyOf(const KHashPos& pos) { return *(const CKString*)pos.pElt->pKey; }
 
 protected:
-  unsigned int HashKey(void* pKey) const override {
-    return pKey ? HashString(*(const CKString*)pKey) : 0;
-  }
-  int CompareKey(void* pStoredKey, void* pKey) const override {
-    if (!pStoredKey || !pKey) return !pStoredKey && !pKey;
-    return ((const CKString*)pStoredKey)->Compare(*(const CKString*)pKey) == 0;
-  }
   void DestructElement(void* pKey, void* pValue) override {
     delete (CKString*)pKey;
     delete (T*)pValue;
@@ -124,11 +101,6 @@ protected:
     }
     pKeyOut = pKeyCopy;
     pValueOut = pCopy;
-  }
-
-private:
-  static int EqualText(const void* pStoredKey, const void* pProbe) {
-    return pStoredKey && ((const CKString*)pStoredKey)->Compare((const char*)pProbe) == 0;
   }
 };
 

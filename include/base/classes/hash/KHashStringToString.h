@@ -5,43 +5,40 @@
 #ifndef KELVOR_KHASHSTRINGTOSTRING_H
 #define KELVOR_KHASHSTRINGTOSTRING_H
 
-#include <base/classes/hash/KHashList.h>
+#include <base/classes/hash/KHashStringKeyed.h>
 #include <base/tools/KDebug.h>
 #include <base/tools/KString.h>
 
-class KELVOR_API CKHashStringToString : public CKHashList {
+class KELVOR_API CKHashStringToString : public CKHashStringKeyed<CKHashStringToString> {
+  typedef CKHashStringKeyed<CKHashStringToString> Base;
+
 public:
+  // Where the refusals of assignment, Detach and Set are reported.
+  static constexpr const char* kAssertPath = "include/base/classes/hash/KHashStringToString";
+  static constexpr int kAssignLine = 26;
+  static constexpr int kDetachLine = 35;
+  static constexpr int kSetLine = 42;
+
   CKHashStringToString() {}
-  CKHashStringToString(const CKHashStringToString& src) : CKHashList() {
-    CKHashList::operator=(src);
-  }
+  CKHashStringToString(const CKHashStringToString& src) : Base() { CKHashList::operator=(src); }
   CKHashStringToString& operator=(const CKHashStringToString& src) {
     CKHashList::operator=(src);
     return *this;
   }
-  // Assignment through a CKHashList reference: a source that is not one of
-  // these maps is refused (its keys and values need not be owned texts).
+  // A source that is not one of these maps is reported and refused.
   CKHashStringToString& operator=(const CKHashList& src) override {
-    const CKHashStringToString* pSrc = dynamic_cast<const CKHashStringToString*>(&src);
-    KASSERT_RETV_AT(pSrc, "pSrc", "include/base/classes/hash/KHashStringToString", __LINE__,
-                    *this);
-    CKHashList::operator=(*pSrc);
+    AssignChecked(src);
     return *this;
   }
   ~CKHashStringToString() override { DeleteAll(); }
-  // Moves everything to target, which must be one of these maps too.
-  void Detach(CKHashList& target) override {
-    KASSERT_RET_AT(dynamic_cast<CKHashStringToString*>(&target), "pTarget",
-                   "include/base/classes/hash/KHashStringToString", __LINE__);
-    CKHashList::Detach(target);
-  }
 
   // Stores a copy of szValue (null: the empty text) under szKey; an existing
   // value is overwritten in place.
   void Set(const char* szKey, const char* szValue) {
-    KASSERT_RET_AT(szKey, "szKey", "include/base/classes/hash/KHashStringToString", __LINE__);
-    unsigned int nHash = HashString(szKey);
-    KHashElt** ppLink = FindLink(nHash, szKey, &EqualText);
+    KASSERT_RET_AT(szKey, "szKey", kAssertPath, kSetLine);
+    size_t nLen;
+    const unsigned int nHash = HashText(szKey, nLen);
+    KHashElt** ppLink = FindText(nHash, szKey, nLen);
     if (ppLink && (*ppLink)->pValue) {
       *(CKString*)(*ppLink)->pValue = szValue;
       return;
@@ -76,40 +73,20 @@ public:
   }
   // The stored value itself, valid until the element changes; null if absent.
   const CKString* Lookup(const char* szKey) const {
-    KHashElt** ppLink = szKey ? FindLink(HashString(szKey), szKey, &EqualText) : nullptr;
+    KHashElt** ppLink = FindText(szKey);
     if (!ppLink) return nullptr;
     static const CKString s_strEmpty;
     const CKString* pValue = (const CKString*)(*ppLink)->pValue;
     return pValue ? pValue : &s_strEmpty;
   }
-  int Exist(const char* szKey) const {
-    return szKey && FindLink(HashString(szKey), szKey, &EqualText) ? 1 : 0;
-  }
-  void Delete(const char* szKey) {
-    KHashElt** ppLink = szKey ? FindLink(HashString(szKey), szKey, &EqualText) : nullptr;
-    if (ppLink) RemoveLink(ppLink);
-  }
 
-  void DeleteAt(unsigned int nIndex) { CKHashList::Delete(nIndex); }
-
-  // Value and key of the nIndex-th element in iteration order.
+  // Value of the nIndex-th element in iteration order.
   CKString GetAt(unsigned int nIndex) const {
     const CKString* p = (const CKString*)CKHashList::Get(nIndex);
     return p ? *p : CKString();
   }
-  CKString GetKeyAt(unsigned int nIndex) const {
-    const CKString* p = (const CKString*)CKHashList::GetKey(nIndex);
-    return p ? *p : CKString();
-  }
 
 protected:
-  unsigned int HashKey(void* pKey) const override {
-    return pKey ? HashString(*(const CKString*)pKey) : 0;
-  }
-  int CompareKey(void* pStoredKey, void* pKey) const override {
-    if (!pStoredKey || !pKey) return !pStoredKey && !pKey;
-    return ((const CKString*)pStoredKey)->Compare(*(const CKString*)pKey) == 0;
-  }
   void DestructElement(void* pKey, void* pValue) override {
     delete (CKString*)pKey;
     delete (CKString*)pValue;
@@ -126,11 +103,6 @@ protected:
       throw;
     }
     pKeyOut = pKeyCopy;
-  }
-
-private:
-  static int EqualText(const void* pStoredKey, const void* pProbe) {
-    return pStoredKey && ((const CKString*)pStoredKey)->Compare((const char*)pProbe) == 0;
   }
 };
 
