@@ -27,7 +27,7 @@ inline CKString SlotCopy(const CKList& l, int i) {
 }
 
 inline char* Put(char* q, const char* s, unsigned n) {
-  memcpy(q, s, n);
+  if (n) memcpy(q, s, n);  // a null separator is an empty one
   return q + n;
 }
 
@@ -134,7 +134,7 @@ CKString CKListParamValue::GetValue(const char* szName, int bNoCase, const char*
 int CKListParamValue::GetValueInt(const char* szName, int bNoCase, int nDefault) const {
   int i = Find(szName, bNoCase);
   const CKString* p = i < 0 ? nullptr : Slot(m_ListValue, i);
-  return p && KIsStrictInt(*p) ? atoi(*p) : nDefault;
+  return p ? klist::StrictInt(*p, nDefault) : nDefault;
 }
 
 unsigned int CKListParamValue::GetValueUINT(const char* szName, int bNoCase,
@@ -465,7 +465,7 @@ int CKListParamValueInt::BSearchIndex(KPileSortFunc pfCompare, const void* pKey)
   void** pSlots = m_ListParam.PileGetData();
   int nLo = 0, nHi = Count();
   while (nLo < nHi) {
-    int nMid = (nLo + nHi) / 2;
+    int nMid = nLo + (nHi - nLo) / 2;  // (lo + hi) / 2 without overflow
     int r = pfCompare(&pKey, &pSlots[nMid]);
     if (r < 0)
       nHi = nMid;
@@ -485,7 +485,7 @@ void CKListParamValueInt::InsertSorted(KPileSortFunc pfCompare, const char* szNa
   void** pSlots = m_ListParam.PileGetData();
   int nLo = 0, nHi = Count(), nPos = -1;
   while (nLo < nHi && nPos < 0) {
-    int nMid = (nLo + nHi) / 2;
+    int nMid = nLo + (nHi - nLo) / 2;
     int r = (*CompareFunction)(&pKey, &pSlots[nMid]);
     if (r < 0)
       nHi = nMid;

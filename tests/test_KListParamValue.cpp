@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -11,6 +11,7 @@
 #include <base/tools/KStr.h>
 
 #include "KTestLog.h"
+#include "KTestTemp.h"
 
 namespace {
 
@@ -25,8 +26,13 @@ std::string Dump(const CKListParamValueInt& l) {
 }
 
 std::string ReadBytes(const std::string& strPath) {
-  std::ifstream f(strPath, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(f), {});
+  std::string s;
+  if (FILE* f = std::fopen(strPath.c_str(), "rb")) {
+    char buf[256];
+    for (size_t n; (n = std::fread(buf, 1, sizeof(buf), f)) > 0;) s.append(buf, n);
+    std::fclose(f);
+  }
+  return s;
 }
 
 }  // namespace
@@ -48,6 +54,15 @@ TEST(KListParamValue, LookupsEditsAndBadIndexes) {
   EXPECT_EQ(l.GetValueUINT("u"), 4294967295u);
   EXPECT_EQ(l.GetValueUINT("big", FALSE, 3u), 3u);
   EXPECT_EQ(l.GetValueUINT64("big"), 4294967296ull);
+  EXPECT_EQ(l.GetValueInt("u", FALSE, 7), 7);  // past INT_MAX: the default
+  CKListParamValue n;
+  n.FromString("max=2147483647;min=-2147483648;over=2147483648;under=-2147483649;z=-007", "=",
+               ";");
+  EXPECT_EQ(n.GetValueInt("max", FALSE, 7), INT_MAX);
+  EXPECT_EQ(n.GetValueInt("min", FALSE, 7), INT_MIN);
+  EXPECT_EQ(n.GetValueInt("over", FALSE, 7), 7);
+  EXPECT_EQ(n.GetValueInt("under", FALSE, 7), 7);
+  EXPECT_EQ(n.GetValueInt("z", FALSE, 7), -7);
 
   l.SetValue("Name", "changed");  // first occurrence only
   EXPECT_EQ(l.ToString(',', ';').Left(35), "Name,changed;name,second;Name,third");
@@ -88,6 +103,8 @@ TEST(KListParamValue, OneLineTextForms) {
   l.AddValue("b", "");
   EXPECT_EQ(l.ToString('=', ';'), "a=1;b=");
   EXPECT_EQ(l.ToString(": ", "\n"), "a: 1\nb: ");
+  EXPECT_EQ(l.ToString(nullptr, ";"), "a1;b");  // a null separator is an empty one
+  EXPECT_EQ(l.ToString("=", nullptr), "a=1b=");
 
   auto Parsed = [&l](auto... args) {
     l.FromString(args...);
@@ -104,7 +121,8 @@ TEST(KListParamValue, OneLineTextForms) {
 }
 
 TEST(KListParamValue, SaveWritesCrLfLinesAndLoadReadsThemBack) {
-  const std::string strPath = ::testing::TempDir() + "kelvor_pv.txt";
+  CKTestTempDir dir;
+  const std::string strPath = dir.Path("pv.txt");
   CKListParamValue l, in;
   l.FromString("a=1;url=http://h/?x=1&y=2;empty=;dup=1;dup=2", "=", ";");
   l.InsertValue(3, "", "no name");
@@ -121,10 +139,9 @@ TEST(KListParamValue, SaveWritesCrLfLinesAndLoadReadsThemBack) {
 
   ASSERT_TRUE(CKListParamValue().Save(strPath.c_str()));
   EXPECT_EQ(ReadBytes(strPath), "");
-  std::remove(strPath.c_str());
 
   CKTestLog log;
-  EXPECT_FALSE(l.Load(strPath.c_str()));
+  EXPECT_FALSE(l.Load(dir.Path("missing.txt").c_str()));
   EXPECT_EQ(l.Count(), 6);  // a failed load loses nothing
   EXPECT_NE(0u, log.Count());
 }
@@ -165,8 +182,8 @@ TEST(KListParamValue, AddListAndSorting) {
 
   CKListParamValue byLen;
   byLen.FromString("a=xx;b=x;c=xxxx;d=xxx", '=', ';');
-  byLen.Sort([](int i, int j, const CKListParamValue& l) {
-    return (int)l.GetValue(j).GetLength() - (int)l.GetValue(i).GetLength();  // longest first
+  byLen.Sort([](int i, int j, const CKListParamValue& t) {
+    return (int)t.GetValue(j).GetLength() - (int)t.GetValue(i).GetLength();  // longest first
   });
   EXPECT_EQ(byLen.ToString('=', ';'), "c=xxxx;d=xxx;a=xx;b=x");
   byLen.Sort([](int, int, const CKListParamValue&) { return 1; });  // must end
