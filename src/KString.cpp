@@ -19,6 +19,8 @@
 #include <base/tools/KException.h>
 #include <base/tools/KStr.h>
 
+#include "KListUtil.h"
+
 namespace {
 
 // Longest text a block may hold: lengths stay within the signed indexes of
@@ -114,9 +116,31 @@ void CKString::CopyBeforeWrite() {
   }
 }
 
+namespace {
+
+// A private block grown to nBytes (null when the heap refuses). Small blocks
+// move through malloc and free, whose per-thread caches make that cheaper
+// than realloc. Larger ones grow in place when the heap allows and are asked
+// for geometrically (the recorded capacity still follows the rule), so that
+// a long run of appends moves its text a logarithmic number of times.
+KStringData* Regrow(KStringData* p, size_t nBytes) {
+  if (nBytes <= 1024) {
+    KStringData* q = (KStringData*)malloc(nBytes);
+    if (q) {
+      memcpy((void*)q, p, sizeof(KStringData) + p->nDataLength + 1);
+      free(p);
+    }
+    return q;
+  }
+  const size_t nMax = sizeof(KStringData) + (size_t)CKString::CapacityFor(kMaxLength);
+  return (KStringData*)klist::GrowBlock(p, nBytes, nMax);
+}
+
+}  // namespace
+
 void CKString::Reserve(uint32_t n) {
   LenSum(n, 0);
-  if (IsStaticEmpty()) {
+  if (m_pchData == g_pchNil) {
     AllocBuffer(n);
     GetData()->nDataLength = 0;
     m_pchData[0] = 0;
@@ -134,7 +158,7 @@ void CKString::Reserve(uint32_t n) {
   }
   if (n + 1 > p->nAllocLength) {
     uint32_t nCap = CapacityFor(n);
-    KStringData* q = (KStringData*)realloc(p, sizeof(KStringData) + nCap);
+    KStringData* q = Regrow(p, sizeof(KStringData) + nCap);
     if (!q) NoMemory(sizeof(KStringData) + (uint64_t)nCap, __LINE__);
     q->nAllocLength = nCap;
     m_pchData = q->data();
@@ -178,8 +202,14 @@ void CKString::Append(uint32_t n, const char* p) {
     m_pchData[nLen + n] = 0;
     return;
   }
+  if (m_pchData == g_pchNil) {
+    // The first text of an empty string: a block of its own.
+    AllocBuffer(n);
+    memcpy(m_pchData, p, n);
+    return;
+  }
   // p may lie inside our own block, which Reserve may move.
-  if (p >= m_pchData && p <= m_pchData + nLen && !IsStaticEmpty()) {
+  if (p >= m_pchData && p <= m_pchData + nLen) {
     size_t nOff = (size_t)(p - m_pchData);
     Reserve(LenSum(nLen, n));
     p = m_pchData + nOff;
@@ -261,19 +291,51 @@ CKString& CKString::operator+=(const CKString& s) {
 }
 
 CKString& CKString::operator+=(const char* s) {
-  if (s && *s) Append(LenSum(strlen(s), 0), s);
+  if (!s || !*s) return *this;
+  const size_t n = strlen(s);
+  // A private block with room: copy in place (s may be part of this text).
+  char* p = m_pchData;
+  KStringData* d = (KStringData*)p - 1;
+  const uint32_t nLen = d->nDataLength;
+  if (d->nRefs == 1 && nLen + (uint64_t)n < d->nAllocLength) {
+    memmove(p + nLen, s, n);
+    p[nLen + n] = 0;
+    d->nDataLength = nLen + (uint32_t)n;
+    return *this;
+  }
+  Append(LenSum(n, 0), s);
   return *this;
 }
 
+namespace {
+
+// One character into a private block with room; false when there is none.
+// The text and header are read once: stores through char* may alias them.
+inline bool PutChar(char* p, char c) {
+  KStringData* d = (KStringData*)p - 1;
+  const uint32_t nLen = d->nDataLength;
+  if (d->nRefs != 1 || nLen + 1 >= d->nAllocLength) return false;
+  p[nLen] = c;
+  p[nLen + 1] = 0;
+  d->nDataLength = nLen + 1;
+  return true;
+}
+
+// The growing case, out of line so that the common one needs no frame.
+#if defined(__GNUC__)
+__attribute__((noinline))
+#endif
+CKString& AppendCharSlow(CKString& s, char c) {
+  const char sz[2] = {c, 0};
+  s.KConcatInPlace(1, sz);
+  return s;
+}
+
+}  // namespace
+
 CKString& CKString::operator+=(char c) {
-  KStringData* d = GetData();
-  if (d->nRefs == 1 && d->nDataLength + 1 < d->nAllocLength) {
-    m_pchData[d->nDataLength++] = c;
-    m_pchData[d->nDataLength] = 0;
-  } else {
-    Append(1, &c);
-  }
-  return *this;
+  if (PutChar(m_pchData, c)) return *this;
+  return AppendCharSlow(*this, c);
 }
 
 CKString& CKString::operator+=(const CString& s) {
@@ -286,7 +348,9 @@ void CKString::KConcatInPlace(unsigned n, const char* p) {
   Append(n, p);
 }
 
-void CKString::KConcatInPlace(char c) { *this += c; }
+void CKString::KConcatInPlace(char c) {
+  if (!PutChar(m_pchData, c)) AppendCharSlow(*this, c);
+}
 
 static CKString Concat(const char* a, uint32_t na, const char* b, uint32_t nb) {
   CKString s;
