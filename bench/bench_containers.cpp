@@ -2,16 +2,20 @@
 // set: 100 000 strings of 8 to 64 characters from a fixed seed. Each Kelvor
 // benchmark has a peer doing the same work; main runs them all, then prints
 // one "ratio" line per pair (Kelvor time / peer time, best of the repetitions,
-// CPU time so that a busy machine skews less).
+// CPU time so that a busy machine skews less). Pass
+// --benchmark_repetitions=N --benchmark_enable_random_interleaving=true for
+// steadier ratios.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <random>
 #include <string>
+#include <strings.h>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -24,30 +28,34 @@
 
 namespace {
 
+using benchmark::DoNotOptimize;
+
 const int kCount = 100000;
-const int kFinds = 64;         // searched names per Find iteration
-const int kPiecesPerLine = 64; // appends per built string
+const int kFinds = 64;          // searched names per Find iteration
+const int kPiecesPerLine = 64;  // appends per built string
 
 struct CData {
-  std::vector<std::string> strs;    // the data set
-  std::vector<std::string> values;  // value of name i: the next string
-  std::vector<int> lookupOrder;     // every index once, shuffled
-  std::vector<std::string> needles; // spread over the list, found
-  std::vector<std::string> upperNeedles;
-  std::vector<std::string> shortTexts;  // 1 to 8 leading characters of each string
+  std::vector<std::string> strs;          // the data set
+  std::vector<std::string> values;        // value of name i: the next string
+  std::vector<int> lookupOrder;           // every index once, shuffled
+  std::vector<std::string> needles;       // spread over the list, all present
+  std::vector<std::string> upperNeedles;  // the same in capitals
+  std::vector<std::string> shortTexts;    // 1 to 8 leading characters of each string
 
   CData() {
     std::mt19937 rng(20240611u);
     static const char kAlphabet[] =
         "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-    strs.reserve(kCount);
     for (int i = 0; i < kCount; ++i) {
       std::string s(8 + rng() % 57, ' ');
       for (char& c : s) c = kAlphabet[rng() % 62];
       strs.push_back(s);
     }
-    for (int i = 0; i < kCount; ++i) values.push_back(strs[(i + 1) % kCount]);
-    for (int i = 0; i < kCount; ++i) lookupOrder.push_back(i);
+    for (int i = 0; i < kCount; ++i) {
+      values.push_back(strs[(i + 1) % kCount]);
+      lookupOrder.push_back(i);
+      shortTexts.push_back(strs[i].substr(0, 1 + i % 8));
+    }
     std::shuffle(lookupOrder.begin(), lookupOrder.end(), rng);
     for (int k = 0; k < kFinds; ++k) {
       needles.push_back(strs[(int)((long long)kCount * (2 * k + 1) / (2 * kFinds))]);
@@ -55,7 +63,6 @@ struct CData {
       for (char& c : u) c = (char)toupper((unsigned char)c);
       upperNeedles.push_back(u);
     }
-    for (int i = 0; i < kCount; ++i) shortTexts.push_back(strs[i].substr(0, 1 + i % 8));
   }
 };
 
@@ -64,12 +71,7 @@ const CData& Data() {
   return d;
 }
 
-// ---------------------------------------------------------------- fixtures
-// The searched structures are all built before any timing, one after the
-// other on a fresh heap, so that no side inherits the heap the others left.
-
-typedef std::vector<std::pair<std::string, std::string>> CPairs;
-
+// ---------------------------------------------------------------- filling
 // The bucket table never grows: "Default" maps keep the 1031 buckets they
 // start with, "Sized" ones are made with InitHashTable for the data (as a
 // caller who knows its size does) and are paired with a reserved
@@ -81,44 +83,39 @@ struct CValue {
   int n = 0;
   virtual ~CValue() {}
 };
+typedef std::vector<std::pair<std::string, std::string>> CPairs;
 typedef CKHashStringToPtr<CValue> CPtrMap;
 typedef std::unordered_map<std::string, std::string> CStdStrMap;
 typedef std::unordered_map<std::string, std::unique_ptr<CValue>> CStdPtrMap;
 
-void FillTable(CKListParamValue& t) {
+// Every name of the data with its value, in order.
+template <class F>
+void ForPairs(F f) {
   const CData& d = Data();
-  for (int i = 0; i < kCount; ++i) t.AddValue(d.strs[i].c_str(), d.values[i].c_str());
+  for (int i = 0; i < kCount; ++i) f(d.strs[i], d.values[i]);
 }
 
-void FillPairs(CPairs& t) {
-  const CData& d = Data();
-  for (int i = 0; i < kCount; ++i) t.emplace_back(d.strs[i], d.values[i]);
-}
-
-void FillStrMap(CKHashStringToString& m, bool bSized) {
-  const CData& d = Data();
+void Fill(CKHashStringToString& m, bool bSized) {
   if (bSized) m.InitHashTable(kSizedTable, kSizedStep);
-  for (int i = 0; i < kCount; ++i) m.Set(d.strs[i].c_str(), d.values[i].c_str());
+  ForPairs([&](const std::string& k, const std::string& v) { m.Set(k.c_str(), v.c_str()); });
 }
-
-void FillStdStrMap(CStdStrMap& m, bool bSized) {
-  const CData& d = Data();
-  if (bSized) m.reserve(kCount);
-  for (int i = 0; i < kCount; ++i) m.emplace(d.strs[i], d.values[i]);
-}
-
-void FillPtrMap(CPtrMap& m, bool bSized) {
-  const CData& d = Data();
+void Fill(CPtrMap& m, bool bSized) {
   if (bSized) m.InitHashTable(kSizedTable, kSizedStep);
-  for (int i = 0; i < kCount; ++i) m.Set(d.strs[i].c_str(), new CValue);
+  ForPairs([&](const std::string& k, const std::string&) { m.Set(k.c_str(), new CValue); });
 }
-
-void FillStdPtrMap(CStdPtrMap& m, bool bSized) {
-  const CData& d = Data();
+void Fill(CStdStrMap& m, bool bSized) {
   if (bSized) m.reserve(kCount);
-  for (int i = 0; i < kCount; ++i) m.emplace(d.strs[i], std::unique_ptr<CValue>(new CValue));
+  ForPairs([&](const std::string& k, const std::string& v) { m.emplace(k, v); });
+}
+void Fill(CStdPtrMap& m, bool bSized) {
+  if (bSized) m.reserve(kCount);
+  ForPairs([&](const std::string& k, const std::string&) {
+    m.emplace(k, std::unique_ptr<CValue>(new CValue));
+  });
 }
 
+// The searched structures are all built before any timing, one after the
+// other on a fresh heap, so that no side inherits the heap the others left.
 struct CFixtures {
   CKList list;
   std::vector<std::string> vec;
@@ -130,16 +127,17 @@ struct CFixtures {
   CStdPtrMap stdPtr;
 
   CFixtures() {
-    const CData& d = Data();
-    for (const std::string& s : d.strs) list.Add(s.c_str());
-    for (const std::string& s : d.strs) vec.push_back(s);
-    FillTable(table);
-    FillPairs(pairs);
-    FillStrMap(strDefault, false);
-    FillStrMap(strSized, true);
-    FillStdStrMap(stdStr, false);
-    FillPtrMap(ptrSized, true);
-    FillStdPtrMap(stdPtr, false);
+    for (const std::string& s : Data().strs) list.Add(s.c_str());
+    vec = Data().strs;
+    ForPairs([&](const std::string& k, const std::string& v) {
+      table.AddValue(k.c_str(), v.c_str());
+    });
+    ForPairs([&](const std::string& k, const std::string& v) { pairs.emplace_back(k, v); });
+    Fill(strDefault, false);
+    Fill(strSized, true);
+    Fill(stdStr, false);
+    Fill(ptrSized, true);
+    Fill(stdPtr, false);
   }
 };
 
@@ -148,51 +146,12 @@ const CFixtures& Fixtures() {
   return f;
 }
 
-// ---------------------------------------------------------------- list add
-
-void BM_KList_Add(benchmark::State& state) {
-  const CData& d = Data();
-  for (auto _ : state) {
-    CKList l;
-    for (const std::string& s : d.strs) l.Add(s.c_str());
-    benchmark::DoNotOptimize(l.Count());
-  }
-}
-BENCHMARK(BM_KList_Add);
-
-void BM_Std_PushBack(benchmark::State& state) {
-  const CData& d = Data();
-  for (auto _ : state) {
-    std::vector<std::string> v;
-    for (const std::string& s : d.strs) v.push_back(s);
-    benchmark::DoNotOptimize(v.size());
-  }
-}
-BENCHMARK(BM_Std_PushBack);
-
-// ---------------------------------------------------------------- list find
-
-void BM_KList_Find(benchmark::State& state) {
-  const CKList& l = Fixtures().list;
-  for (auto _ : state)
-    for (const std::string& s : Data().needles) benchmark::DoNotOptimize(l.Find(s.c_str()));
-}
-BENCHMARK(BM_KList_Find);
-
-void BM_Std_Find(benchmark::State& state) {
-  const std::vector<std::string>& v = Fixtures().vec;
-  for (auto _ : state)
-    for (const std::string& s : Data().needles)
-      benchmark::DoNotOptimize(std::find(v.begin(), v.end(), s) - v.begin());
-}
-BENCHMARK(BM_Std_Find);
-
-// ---------------------------------------------------------------- name/value look-ups
-// Peer: a linear scan over vector<pair<string,string>> with the table's own
-// equality rule: sizes first, then the bytes (memcmp), or for the no-case
-// look-up an ASCII case-folding comparison (strncasecmp in the C locale).
-// Both return the first match's value; the peer returns it by pointer.
-
+// ---------------------------------------------------------------- bodies
+// Peer of the name/value look-ups: a linear scan over
+// vector<pair<string,string>> with the table's own equality rule: sizes
+// first, then the bytes (memcmp), or for the no-case look-up an ASCII
+// case-folding comparison (strncasecmp in the C locale). Both sides return
+// the first match's value; the peer by pointer.
 const std::string* ScanPairs(const CPairs& t, const std::string& name, bool bNoCase) {
   for (const auto& p : t)
     if (p.first.size() == name.size() &&
@@ -202,184 +161,110 @@ const std::string* ScanPairs(const CPairs& t, const std::string& name, bool bNoC
   return nullptr;
 }
 
-void BM_ParamValue_Get(benchmark::State& state) {
-  const CKListParamValue& t = Fixtures().table;
-  for (auto _ : state)
-    for (const std::string& s : Data().needles)
-      benchmark::DoNotOptimize(t.GetValue(s.c_str(), FALSE).GetLength());
+// A fresh map filled with the data, then dropped.
+template <class TMap>
+void Insert(bool bSized) {
+  TMap m;
+  Fill(m, bSized);
+  DoNotOptimize(&m);
 }
-BENCHMARK(BM_ParamValue_Get);
 
-void BM_Std_PairScan(benchmark::State& state) {
-  const CPairs& t = Fixtures().pairs;
-  for (auto _ : state)
-    for (const std::string& s : Data().needles) benchmark::DoNotOptimize(ScanPairs(t, s, false));
-}
-BENCHMARK(BM_Std_PairScan);
-
-void BM_ParamValue_GetNoCase(benchmark::State& state) {
-  const CKListParamValue& t = Fixtures().table;
-  for (auto _ : state)
-    for (const std::string& s : Data().upperNeedles)
-      benchmark::DoNotOptimize(t.GetValue(s.c_str(), TRUE).GetLength());
-}
-BENCHMARK(BM_ParamValue_GetNoCase);
-
-void BM_Std_PairScanNoCase(benchmark::State& state) {
-  const CPairs& t = Fixtures().pairs;
-  for (auto _ : state)
-    for (const std::string& s : Data().upperNeedles)
-      benchmark::DoNotOptimize(ScanPairs(t, s, true));
-}
-BENCHMARK(BM_Std_PairScanNoCase);
-
-// ---------------------------------------------------------------- hash maps
-
-void BM_HashStrStr_LookupDefault(benchmark::State& state) {
+// Every key of the data once, in shuffled order.
+template <class F>
+void LookUpAll(F f) {
   const CData& d = Data();
-  const CKHashStringToString& m = Fixtures().strDefault;
-  for (auto _ : state)
-    for (int i : d.lookupOrder) benchmark::DoNotOptimize(m.Lookup(d.strs[i].c_str()));
+  for (int i : d.lookupOrder) DoNotOptimize(f(d.strs[i]));
 }
-BENCHMARK(BM_HashStrStr_LookupDefault);
 
-void BM_HashStrStr_LookupSized(benchmark::State& state) {
-  const CData& d = Data();
-  const CKHashStringToString& m = Fixtures().strSized;
-  for (auto _ : state)
-    for (int i : d.lookupOrder) benchmark::DoNotOptimize(m.Lookup(d.strs[i].c_str()));
-}
-BENCHMARK(BM_HashStrStr_LookupSized);
-
-void BM_Std_StrMapFind(benchmark::State& state) {
-  const CData& d = Data();
-  const CStdStrMap& m = Fixtures().stdStr;
-  for (auto _ : state)
-    for (int i : d.lookupOrder) benchmark::DoNotOptimize(&m.find(d.strs[i])->second);
-}
-BENCHMARK(BM_Std_StrMapFind);
-
-void BM_HashStrPtr_GetSized(benchmark::State& state) {
-  const CData& d = Data();
-  const CPtrMap& m = Fixtures().ptrSized;
-  for (auto _ : state)
-    for (int i : d.lookupOrder) benchmark::DoNotOptimize(m.Get(d.strs[i].c_str()));
-}
-BENCHMARK(BM_HashStrPtr_GetSized);
-
-void BM_Std_PtrMapFind(benchmark::State& state) {
-  const CData& d = Data();
-  const CStdPtrMap& m = Fixtures().stdPtr;
-  for (auto _ : state)
-    for (int i : d.lookupOrder) benchmark::DoNotOptimize(m.find(d.strs[i])->second.get());
-}
-BENCHMARK(BM_Std_PtrMapFind);
-
-void BM_HashStrStr_InsertDefault(benchmark::State& state) {
-  for (auto _ : state) {
-    CKHashStringToString m;
-    FillStrMap(m, false);
-    benchmark::DoNotOptimize(m.Count());
+// Lines of kPiecesPerLine pieces, a new string per line on both sides.
+template <class TString, class F>
+void BuildLines(F piece) {
+  for (int i = 0; i + kPiecesPerLine <= kCount; i += kPiecesPerLine) {
+    TString s;
+    for (int k = i; k < i + kPiecesPerLine; ++k) s += piece(k);
+    DoNotOptimize(&s);
   }
 }
-BENCHMARK(BM_HashStrStr_InsertDefault);
 
-void BM_HashStrStr_InsertSized(benchmark::State& state) {
-  for (auto _ : state) {
-    CKHashStringToString m;
-    FillStrMap(m, true);
-    benchmark::DoNotOptimize(m.Count());
-  }
+// One look-up of a key in each map.
+const void* InStrDefault(const std::string& k) { return Fixtures().strDefault.Lookup(k.c_str()); }
+const void* InStrSized(const std::string& k) { return Fixtures().strSized.Lookup(k.c_str()); }
+const void* InStdStr(const std::string& k) {
+  auto it = Fixtures().stdStr.find(k);
+  return it == Fixtures().stdStr.end() ? nullptr : &it->second;
 }
-BENCHMARK(BM_HashStrStr_InsertSized);
-
-void BM_Std_StrMapInsert(benchmark::State& state) {
-  for (auto _ : state) {
-    CStdStrMap m;
-    FillStdStrMap(m, false);
-    benchmark::DoNotOptimize(m.size());
-  }
+const void* InPtrSized(const std::string& k) { return Fixtures().ptrSized.Get(k.c_str()); }
+const void* InStdPtr(const std::string& k) {
+  auto it = Fixtures().stdPtr.find(k);
+  return it == Fixtures().stdPtr.end() ? nullptr : it->second.get();
 }
-BENCHMARK(BM_Std_StrMapInsert);
 
-void BM_Std_StrMapInsertReserved(benchmark::State& state) {
-  for (auto _ : state) {
-    CStdStrMap m;
-    FillStdStrMap(m, true);
-    benchmark::DoNotOptimize(m.size());
-  }
-}
-BENCHMARK(BM_Std_StrMapInsertReserved);
+const char* ShortText(int k) { return Data().shortTexts[k].c_str(); }
+char FirstChar(int k) { return Data().strs[k][0]; }
 
-void BM_HashStrPtr_InsertSized(benchmark::State& state) {
-  for (auto _ : state) {
-    CPtrMap m;
-    FillPtrMap(m, true);
-    benchmark::DoNotOptimize(m.Count());
-  }
-}
-BENCHMARK(BM_HashStrPtr_InsertSized);
+struct CBench {
+  const char* name;
+  std::function<void()> body;  // one iteration
+};
 
-void BM_Std_PtrMapInsertReserved(benchmark::State& state) {
-  for (auto _ : state) {
-    CStdPtrMap m;
-    FillStdPtrMap(m, true);
-    benchmark::DoNotOptimize(m.size());
-  }
-}
-BENCHMARK(BM_Std_PtrMapInsertReserved);
-
-// ---------------------------------------------------------------- appends
-// Lines of kPiecesPerLine pieces, each piece from the data; a new string per
-// line on both sides.
-
-void BM_KString_AppendText(benchmark::State& state) {
-  const CData& d = Data();
-  for (auto _ : state) {
-    for (int i = 0; i + kPiecesPerLine <= kCount; i += kPiecesPerLine) {
-      CKString s;
-      for (int k = i; k < i + kPiecesPerLine; ++k) s += d.shortTexts[k].c_str();
-      benchmark::DoNotOptimize(s.GetLength());
-    }
-  }
-}
-BENCHMARK(BM_KString_AppendText);
-
-void BM_Std_AppendText(benchmark::State& state) {
-  const CData& d = Data();
-  for (auto _ : state) {
-    for (int i = 0; i + kPiecesPerLine <= kCount; i += kPiecesPerLine) {
-      std::string s;
-      for (int k = i; k < i + kPiecesPerLine; ++k) s += d.shortTexts[k].c_str();
-      benchmark::DoNotOptimize(s.size());
-    }
-  }
-}
-BENCHMARK(BM_Std_AppendText);
-
-void BM_KString_AppendChar(benchmark::State& state) {
-  const CData& d = Data();
-  for (auto _ : state) {
-    for (int i = 0; i + kPiecesPerLine <= kCount; i += kPiecesPerLine) {
-      CKString s;
-      for (int k = i; k < i + kPiecesPerLine; ++k) s += d.strs[k][0];
-      benchmark::DoNotOptimize(s.GetLength());
-    }
-  }
-}
-BENCHMARK(BM_KString_AppendChar);
-
-void BM_Std_AppendChar(benchmark::State& state) {
-  const CData& d = Data();
-  for (auto _ : state) {
-    for (int i = 0; i + kPiecesPerLine <= kCount; i += kPiecesPerLine) {
-      std::string s;
-      for (int k = i; k < i + kPiecesPerLine; ++k) s += d.strs[k][0];
-      benchmark::DoNotOptimize(s.size());
-    }
-  }
-}
-BENCHMARK(BM_Std_AppendChar);
+const CBench kBenches[] = {
+    {"BM_KList_Add",
+     [] {
+       CKList l;
+       for (const std::string& s : Data().strs) l.Add(s.c_str());
+       DoNotOptimize(&l);
+     }},
+    {"BM_Std_PushBack",
+     [] {
+       std::vector<std::string> v;
+       for (const std::string& s : Data().strs) v.push_back(s);
+       DoNotOptimize(&v);
+     }},
+    {"BM_KList_Find",
+     [] {
+       for (const std::string& s : Data().needles) DoNotOptimize(Fixtures().list.Find(s.c_str()));
+     }},
+    {"BM_Std_Find",
+     [] {
+       const std::vector<std::string>& v = Fixtures().vec;
+       for (const std::string& s : Data().needles) DoNotOptimize(std::find(v.begin(), v.end(), s));
+     }},
+    {"BM_ParamValue_Get",
+     [] {
+       for (const std::string& s : Data().needles)
+         DoNotOptimize(Fixtures().table.GetValue(s.c_str(), FALSE).GetLength());
+     }},
+    {"BM_Std_PairScan",
+     [] {
+       for (const std::string& s : Data().needles)
+         DoNotOptimize(ScanPairs(Fixtures().pairs, s, false));
+     }},
+    {"BM_ParamValue_GetNoCase",
+     [] {
+       for (const std::string& s : Data().upperNeedles)
+         DoNotOptimize(Fixtures().table.GetValue(s.c_str(), TRUE).GetLength());
+     }},
+    {"BM_Std_PairScanNoCase",
+     [] {
+       for (const std::string& s : Data().upperNeedles)
+         DoNotOptimize(ScanPairs(Fixtures().pairs, s, true));
+     }},
+    {"BM_HashStrStr_LookupDefault", [] { LookUpAll(InStrDefault); }},
+    {"BM_HashStrStr_LookupSized", [] { LookUpAll(InStrSized); }},
+    {"BM_Std_StrMapFind", [] { LookUpAll(InStdStr); }},
+    {"BM_HashStrPtr_GetSized", [] { LookUpAll(InPtrSized); }},
+    {"BM_Std_PtrMapFind", [] { LookUpAll(InStdPtr); }},
+    {"BM_HashStrStr_InsertDefault", [] { Insert<CKHashStringToString>(false); }},
+    {"BM_HashStrStr_InsertSized", [] { Insert<CKHashStringToString>(true); }},
+    {"BM_Std_StrMapInsert", [] { Insert<CStdStrMap>(false); }},
+    {"BM_Std_StrMapInsertReserved", [] { Insert<CStdStrMap>(true); }},
+    {"BM_HashStrPtr_InsertSized", [] { Insert<CPtrMap>(true); }},
+    {"BM_Std_PtrMapInsertReserved", [] { Insert<CStdPtrMap>(true); }},
+    {"BM_KString_AppendText", [] { BuildLines<CKString>(ShortText); }},
+    {"BM_Std_AppendText", [] { BuildLines<std::string>(ShortText); }},
+    {"BM_KString_AppendChar", [] { BuildLines<CKString>(FirstChar); }},
+    {"BM_Std_AppendChar", [] { BuildLines<std::string>(FirstChar); }},
+};
 
 // ---------------------------------------------------------------- ratios
 
@@ -394,9 +279,8 @@ public:
       const double ns = r.GetAdjustedCPUTime() *
                         benchmark::GetTimeUnitMultiplier(benchmark::kNanosecond) /
                         benchmark::GetTimeUnitMultiplier(r.time_unit);
-      const std::string name = r.run_name.function_name;
-      auto it = best.find(name);
-      if (it == best.end() || ns < it->second) best[name] = ns;
+      auto it = best.find(r.run_name.function_name);
+      if (it == best.end() || ns < it->second) best[r.run_name.function_name] = ns;
     }
     ConsoleReporter::ReportRuns(runs);
   }
@@ -434,6 +318,12 @@ const CPair kPairs[] = {
 
 int main(int argc, char** argv) {
   Fixtures();  // built once, before any timing
+  for (const CBench& b : kBenches) {
+    const std::function<void()>& body = b.body;
+    benchmark::RegisterBenchmark(b.name, [&body](benchmark::State& state) {
+      for (auto _ : state) body();
+    });
+  }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   CBestReporter reporter;
