@@ -41,6 +41,8 @@ struct CData {
   std::vector<std::string> needles;       // spread over the list, all present
   std::vector<std::string> upperNeedles;  // the same in capitals
   std::vector<std::string> shortTexts;    // 1 to 8 leading characters of each string
+  std::vector<const char*> shortTextPtrs; // their texts
+  std::vector<char> firstChars;           // the first character of each string
 
   CData() {
     std::mt19937 rng(20240611u);
@@ -55,8 +57,10 @@ struct CData {
       values.push_back(strs[(i + 1) % kCount]);
       lookupOrder.push_back(i);
       shortTexts.push_back(strs[i].substr(0, 1 + i % 8));
+      firstChars.push_back(strs[i][0]);
     }
     std::shuffle(lookupOrder.begin(), lookupOrder.end(), rng);
+    for (const std::string& t : shortTexts) shortTextPtrs.push_back(t.c_str());
     for (int k = 0; k < kFinds; ++k) {
       needles.push_back(strs[(int)((long long)kCount * (2 * k + 1) / (2 * kFinds))]);
       std::string u = needles.back();
@@ -169,23 +173,6 @@ void Insert(bool bSized) {
   DoNotOptimize(&m);
 }
 
-// Every key of the data once, in shuffled order.
-template <class F>
-void LookUpAll(F f) {
-  const CData& d = Data();
-  for (int i : d.lookupOrder) DoNotOptimize(f(d.strs[i]));
-}
-
-// Lines of kPiecesPerLine pieces, a new string per line on both sides.
-template <class TString, class F>
-void BuildLines(F piece) {
-  for (int i = 0; i + kPiecesPerLine <= kCount; i += kPiecesPerLine) {
-    TString s;
-    for (int k = i; k < i + kPiecesPerLine; ++k) s += piece(k);
-    DoNotOptimize(&s);
-  }
-}
-
 // One look-up of a key in each map.
 const void* InStrDefault(const std::string& k) { return Fixtures().strDefault.Lookup(k.c_str()); }
 const void* InStrSized(const std::string& k) { return Fixtures().strSized.Lookup(k.c_str()); }
@@ -199,8 +186,22 @@ const void* InStdPtr(const std::string& k) {
   return it == Fixtures().stdPtr.end() ? nullptr : it->second.get();
 }
 
-const char* ShortText(int k) { return Data().shortTexts[k].c_str(); }
-char FirstChar(int k) { return Data().strs[k][0]; }
+// Every key of the data once, in shuffled order.
+template <const void* (*In)(const std::string&)>
+void LookUpAll() {
+  const CData& d = Data();
+  for (int i : d.lookupOrder) DoNotOptimize(In(d.strs[i]));
+}
+
+// Lines of kPiecesPerLine pieces, a new string per line on both sides.
+template <class TString, class TPiece>
+void BuildLines(const std::vector<TPiece>& pieces) {
+  for (size_t i = 0; i + kPiecesPerLine <= pieces.size(); i += kPiecesPerLine) {
+    TString s;
+    for (size_t k = i; k < i + kPiecesPerLine; ++k) s += pieces[k];
+    DoNotOptimize(&s);
+  }
+}
 
 struct CBench {
   const char* name;
@@ -249,21 +250,21 @@ const CBench kBenches[] = {
        for (const std::string& s : Data().upperNeedles)
          DoNotOptimize(ScanPairs(Fixtures().pairs, s, true));
      }},
-    {"BM_HashStrStr_LookupDefault", [] { LookUpAll(InStrDefault); }},
-    {"BM_HashStrStr_LookupSized", [] { LookUpAll(InStrSized); }},
-    {"BM_Std_StrMapFind", [] { LookUpAll(InStdStr); }},
-    {"BM_HashStrPtr_GetSized", [] { LookUpAll(InPtrSized); }},
-    {"BM_Std_PtrMapFind", [] { LookUpAll(InStdPtr); }},
+    {"BM_HashStrStr_LookupDefault", LookUpAll<InStrDefault>},
+    {"BM_HashStrStr_LookupSized", LookUpAll<InStrSized>},
+    {"BM_Std_StrMapFind", LookUpAll<InStdStr>},
+    {"BM_HashStrPtr_GetSized", LookUpAll<InPtrSized>},
+    {"BM_Std_PtrMapFind", LookUpAll<InStdPtr>},
     {"BM_HashStrStr_InsertDefault", [] { Insert<CKHashStringToString>(false); }},
     {"BM_HashStrStr_InsertSized", [] { Insert<CKHashStringToString>(true); }},
     {"BM_Std_StrMapInsert", [] { Insert<CStdStrMap>(false); }},
     {"BM_Std_StrMapInsertReserved", [] { Insert<CStdStrMap>(true); }},
     {"BM_HashStrPtr_InsertSized", [] { Insert<CPtrMap>(true); }},
     {"BM_Std_PtrMapInsertReserved", [] { Insert<CStdPtrMap>(true); }},
-    {"BM_KString_AppendText", [] { BuildLines<CKString>(ShortText); }},
-    {"BM_Std_AppendText", [] { BuildLines<std::string>(ShortText); }},
-    {"BM_KString_AppendChar", [] { BuildLines<CKString>(FirstChar); }},
-    {"BM_Std_AppendChar", [] { BuildLines<std::string>(FirstChar); }},
+    {"BM_KString_AppendText", [] { BuildLines<CKString>(Data().shortTextPtrs); }},
+    {"BM_Std_AppendText", [] { BuildLines<std::string>(Data().shortTextPtrs); }},
+    {"BM_KString_AppendChar", [] { BuildLines<CKString>(Data().firstChars); }},
+    {"BM_Std_AppendChar", [] { BuildLines<std::string>(Data().firstChars); }},
 };
 
 // ---------------------------------------------------------------- ratios
