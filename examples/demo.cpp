@@ -40,7 +40,7 @@ int main() {
   for (int i = 0; i < 40; ++i) {
     unsigned n = (unsigned)strlen(szText);
     mem.GetFromStart(n);
-    mem.Write((void*)szText, n);
+    mem.Write(const_cast<char*>(szText), n);  // Write takes a non-const pointer; it only reads
     nLen += n;
   }
   int bZipped = 0, bUnzipped = 0;

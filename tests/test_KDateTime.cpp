@@ -181,8 +181,13 @@ TEST_F(DateTest, SecondsZonesAndGmtSteps) {
   }
   CKDateTime d = winter;
   d.CurrentDate(LONG_MAX, TRUE);
-  EXPECT_TRUE(d == winter);
-  EXPECT_TRUE(tools.LastIsAssert("now", "src/KDateTime.inl", CKTestLog::kReturn));
+  if (sizeof(long) > 4) {  // past the C library's range: refused
+    EXPECT_TRUE(d == winter);
+    EXPECT_TRUE(tools.LastIsAssert("now", "src/KDateTime.inl", CKTestLog::kReturn));
+  } else {  // a 32-bit long ends at the last second of 2038-01-19
+    EXPECT_EQ("2038-01-19 03:14:07", Str(d));
+  }
+  const size_t nLogged = tools.Count();
 
   long t = 1141722330L;  // 2006-03-07 09:05:30 UTC
   {
@@ -198,7 +203,7 @@ TEST_F(DateTest, SecondsZonesAndGmtSteps) {
   KTimeAddYear(t, 1, FALSE);
   KTimeAddYear(t, 0, FALSE);
   EXPECT_EQ(1141722330L, t);
-  ASSERT_EQ(3u, tools.Count());
+  ASSERT_EQ(nLogged + 2u, tools.Count());
   EXPECT_TRUE(tools.LastIsAssert("FALSE", "src/KDateTime", CKTestLog::kReturn));
   ZoneScope zone(kParis);  // the stepped fields go back through mktime in local time
   KTimeAddYear(t, 1, TRUE);
@@ -257,8 +262,12 @@ TEST_F(DateTest, TextForms) {
       EXPECT_EQ(HttpDate(t, true), std::string(CKDateTime::FormatHttp3(t)));
     }
   }
-  EXPECT_STREQ("", CKDateTime::FormatHttp3(LONG_MAX));
-  EXPECT_TRUE(tools.LastIsAssert("now", "src/KDateTime", CKTestLog::kReturnValue));
+  if (sizeof(long) > 4) {  // past the C library's range
+    EXPECT_STREQ("", CKDateTime::FormatHttp3(LONG_MAX));
+    EXPECT_TRUE(tools.LastIsAssert("now", "src/KDateTime", CKTestLog::kReturnValue));
+  } else {
+    EXPECT_STREQ("Tue, 19 Jan 2038 03:14:07 GMT", CKDateTime::FormatHttp3(LONG_MAX));
+  }
 }
 
 TEST(KDateTime, ParsersOleDatesAndStoredText) {

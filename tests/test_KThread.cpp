@@ -198,10 +198,10 @@ TEST(KThread, ForcedTerminationAutoDeleteAndErrors) {
   EXPECT_EQ(CKTestLog::Strings{"ERROR => CKThread: Exception in thread body: boom"},
             tools.Texts());
 
-  // A thread the system cannot create: a stack larger than any address space.
+  // A thread the system cannot create: a stack as large as the address space.
   tools.Clear();
   bad.Reset();
-  bad.SetStackSize((size_t)1 << 62);
+  bad.SetStackSize(~(size_t)0xFFFF);
   EXPECT_FALSE(bad.Start(Thrower, nullptr, 0, 0, nullptr, nullptr));
   EXPECT_TRUE(bad.GetError() == 1 && !bad.IsRunning());
   // The system's refusal, then the thread's own line.
