@@ -134,7 +134,7 @@ bool PartsToFileTime(const Parts& p, FILETIME& ft) {
 // result -1 (one second before 1970 in UTC).
 bool MakeTime(tm& t, time_t& r) {
   t.tm_wday = -1;
-  r = mktime(&t);
+  r = kplat::MakeTimeLocal(&t);
   return t.tm_wday != -1;
 }
 
@@ -380,7 +380,7 @@ void CKDateTime::ToStruct(tm& t) const {
 void CKDateTime::ToStruct(long& t, int bGmt) const {
   tm x;
   ToStruct(x);
-  time_t r = mktime(&x);
+  time_t r = kplat::MakeTimeLocal(&x);
   if (r == (time_t)-1) {
     t = 0;
     return;
@@ -454,7 +454,7 @@ void CKDateTime::AddSecond(int n) { AddToField(&tm::tm_sec, n); }
 
 void CKDateTime::CurrentDate(long t, int bGmt) {
   kplat::TzSet();
-  time_t x = t ? (time_t)t : time(nullptr);
+  time_t x = t ? (time_t)t : kplat::CurrentTime();
   tm now;
   bool bOk = bGmt ? kplat::GmTime(x, &now) : kplat::LocalTime(x, &now);
   KASSERT_RET_AT(bOk, "now", KSRC_PATH_INL, __LINE__);

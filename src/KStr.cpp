@@ -13,6 +13,8 @@
 #include <base/tools/KDebug.h>
 #include <lang/KLangList.h>
 
+#include "platform/KPlatform.h"
+
 int KIsEmpty(const char* s) { return (!s || !*s) ? 1 : 0; }
 
 int KIsEmpty(const CKString& s) { return s.GetLength() == 0 ? 1 : 0; }
@@ -233,7 +235,7 @@ CKString FormatAmount(double v, const char* szSuffix) {
 
 int WriteBytes(const char* szFile, const char* p, size_t n, const char* szMode,
                const char* szWho) {
-  FILE* f = fopen(szFile, szMode);
+  FILE* f = kplat::FileOpen(szFile, szMode);
   if (!f) {
     KLog(KLOG_ASSERT, szWho, ": cannot open file ", szFile);
     return FALSE;
@@ -681,7 +683,7 @@ namespace {
 
 int FileToText(const char* szFile, CKString& strText) {
   KASSERT_RETV(!KIsEmpty(szFile), FALSE);
-  FILE* f = fopen(szFile, "rb");
+  FILE* f = kplat::FileOpen(szFile, "rb");
   if (!f) {
     KLog(KLOG_ASSERT, "KStrFileToText: cannot open file ", szFile);
     return FALSE;

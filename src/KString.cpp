@@ -11,7 +11,6 @@
 #include <cstring>
 #include <cwchar>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -20,6 +19,7 @@
 #include <base/tools/KStr.h>
 
 #include "KListUtil.h"
+#include "platform/KPlatform.h"
 
 namespace {
 
@@ -1186,7 +1186,11 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
 // ---------------------------------------------------------------- string table
 namespace {
 
-std::mutex g_tableLock;
+// Never destroyed: strings may be loaded while statics go.
+kplat::Mutex* TableLock() {
+  static kplat::Mutex* p = kplat::MutexNew();
+  return p;
+}
 std::map<unsigned, std::string>& Table() {
   static std::map<unsigned, std::string> t;
   return t;
@@ -1194,7 +1198,7 @@ std::map<unsigned, std::string>& Table() {
 
 int TableLoader(unsigned nID, char* buf, int nBufMax) {
   if (!buf || nBufMax <= 0) return 0;
-  std::lock_guard<std::mutex> g(g_tableLock);
+  kplat::MutexGuard g(TableLock());
   auto it = Table().find(nID);
   if (it == Table().end()) {
     buf[0] = 0;
@@ -1214,7 +1218,7 @@ KStringLoader g_pLoader = TableLoader;
 void KSetStringLoader(KStringLoader pLoader) { g_pLoader = pLoader ? pLoader : TableLoader; }
 
 void KStringTableSet(unsigned nID, const char* szText) {
-  std::lock_guard<std::mutex> g(g_tableLock);
+  kplat::MutexGuard g(TableLock());
   if (szText)
     Table()[nID] = szText;
   else
@@ -1222,7 +1226,7 @@ void KStringTableSet(unsigned nID, const char* szText) {
 }
 
 void KStringTableClear() {
-  std::lock_guard<std::mutex> g(g_tableLock);
+  kplat::MutexGuard g(TableLock());
   Table().clear();
 }
 
