@@ -273,7 +273,8 @@ const CBench kBenches[] = {
 // reporter prints as usual.
 class CBestReporter : public benchmark::ConsoleReporter {
 public:
-  std::map<std::string, double> best;  // nanoseconds
+  CBestReporter() : ConsoleReporter(OO_None) {}  // plain text: it is read back
+  std::map<std::string, double> best;             // nanoseconds
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& r : runs) {
       if (r.error_occurred || r.run_type != Run::RT_Iteration) continue;

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -77,48 +76,29 @@ inline bool FindMatch(const CKString* e, const char* sz, size_t nLen, int bNoCas
   return bNoCase ? FoldEqual(*e, sz, nLen) : std::memcmp(e->GetString(), sz, nLen) == 0;
 }
 
-// Asks for the string object of a slot a few elements ahead of a scan and
-// for the line after it, where the text's header usually lies (the object
-// and its block are allocated one after the other): the scan then waits on
-// one load per element instead of two in a row.
-const int kAhead = 12;
-inline void PrefetchAhead(const CKString* const* s, int i, int n) {
-#if defined(__GNUC__)
-  if (i + kAhead < n && s[i + kAhead]) {
-    const uintptr_t p = (uintptr_t)s[i + kAhead];
-    __builtin_prefetch((const void*)p);
-    __builtin_prefetch((const void*)(p + 64));
-  }
-#else
-  (void)s, (void)i, (void)n;
-#endif
+// Index of the first element of s[0 .. n - 1] that match(element) accepts,
+// else -1.
+template <class TMatch>
+int Scan(const CKString* const* s, int n, TMatch match) {
+  for (int i = 0; i < n; i++)
+    if (match(s[i])) return i;
+  return -1;
 }
 
-// Index of the first element of d that FindMatch accepts, else -1. One tight
-// loop per case: lengths first, bytes only for equal lengths.
+// Index of the first element of d that FindMatch accepts, else -1: lengths
+// first, bytes only for equal lengths.
 inline int FindText(const KPile& d, const char* sz, int bNoCase) {
   const CKString* const* s = (const CKString* const*)d.ptr;
   if (!s) return -1;
-  const int n = d.elts;
   const size_t nLen = sz ? std::strlen(sz) : 0;
-  if (nLen == 0) {
-    for (int i = 0; i < n; i++)
-      if (!s[i] || s[i]->GetLength() == 0) return i;
-    return -1;
-  }
-  if (bNoCase) {
-    for (int i = 0; i < n; i++) {
-      PrefetchAhead(s, i, n);
-      if (s[i] && s[i]->GetLength() == nLen && FoldEqual(*s[i], sz, nLen)) return i;
-    }
-    return -1;
-  }
-  for (int i = 0; i < n; i++) {
-    PrefetchAhead(s, i, n);
-    if (s[i] && s[i]->GetLength() == nLen && std::memcmp(s[i]->GetString(), sz, nLen) == 0)
-      return i;
-  }
-  return -1;
+  if (nLen == 0) return Scan(s, d.elts, [](const CKString* e) { return !e || !e->GetLength(); });
+  if (bNoCase)
+    return Scan(s, d.elts, [sz, nLen](const CKString* e) {
+      return e && e->GetLength() == nLen && FoldEqual(*e, sz, nLen);
+    });
+  return Scan(s, d.elts, [sz, nLen](const CKString* e) {
+    return e && e->GetLength() == nLen && std::memcmp(e->GetString(), sz, nLen) == 0;
+  });
 }
 
 inline CKString* NewString(const char* sz, const char* szPath, unsigned nLine) {

@@ -11,7 +11,6 @@
 #ifndef KELVOR_KHASHSTRINGKEYED_H
 #define KELVOR_KHASHSTRINGKEYED_H
 
-#include <cstdint>
 #include <cstring>
 
 #include <base/classes/hash/KHashList.h>
@@ -86,11 +85,6 @@ private:
   // and bytes, or a stored text that ends early at a zero byte.
   static bool KeyIs(const void* pKey, const char* szKey, size_t nLen) {
     if (!pKey) return false;
-#if defined(__GNUC__)
-    // The key's block usually follows its string object (allocated next):
-    // ask for its header while the object itself is read.
-    __builtin_prefetch((const void*)((uintptr_t)pKey + 32));
-#endif
     const CKString& strKey = *(const CKString*)pKey;
     const size_t nKeyLen = strKey.GetLength();
     const char* s = strKey.GetString();
