@@ -1,6 +1,6 @@
 // CKString::Format under a table of fixed formats, with fuzzed arguments
-// (integers, doubles and long doubles of any bit pattern, texts, wide texts,
-// widths and precisions). Properties: the text is the C library's for the
+// (integers, doubles of any bit pattern, long doubles made from them, texts,
+// wide texts, widths and precisions). Properties: the text is the C library's for the
 // same call, cut at its first zero; a width, or a number's precision, past
 // what a string can hold is refused (empty text) without formatting; a
 // format whose arguments are the string's own text gives the same text as
