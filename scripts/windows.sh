@@ -24,13 +24,16 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 wine=/usr/lib/wine/wine64
+# The test programs are built only for the Wine run.
+tests=ON
+[ "${1:-}" = "--build" ] && tests=OFF
 for arch in x86_64 i686; do
   dir=build/win-$arch
   echo "== MinGW-w64 $arch build"
   extra=()
   [ "$arch" = x86_64 ] && extra=(-DCMAKE_CROSSCOMPILING_EMULATOR="$wine")
   cmake -S . -B "$dir" -G Ninja -DCMAKE_TOOLCHAIN_FILE="cmake/mingw-$arch.cmake" \
-        -DKELVOR_WERROR=ON "${extra[@]}" >/dev/null
+        -DKELVOR_WERROR=ON -DKELVOR_BUILD_TESTS=$tests "${extra[@]}" >/dev/null
   cmake --build "$dir" -j"$jobs"
   python3 scripts/check_exports.py "$dir/Kelvor.dll" include "$arch-w64-mingw32-objdump"
 done
@@ -44,6 +47,6 @@ export WINEPATH="$gccdir;/usr/x86_64-w64-mingw32/lib"
 export WINEDEBUG=-all
 WINEPREFIX=$(mktemp -d /tmp/kelvor-wine.XXXXXX)
 export WINEPREFIX
-trap 'wineserver -k >/dev/null 2>&1 || true; rm -rf "$WINEPREFIX"' EXIT
+trap '/usr/lib/wine/wineserver64 -k >/dev/null 2>&1 || true; rm -rf "$WINEPREFIX"' EXIT
 "$wine" wineboot -i >/dev/null 2>&1
 CTEST_OUTPUT_ON_FAILURE=1 ctest --test-dir build/win-x86_64 -j"$jobs"

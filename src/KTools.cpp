@@ -37,6 +37,18 @@ static void SectionUnref(CKCriticalSection::Section* p) {
   }
 }
 
+// The fields the C functions work on.
+struct KCriticalSectionAccess {
+  static CKCriticalSection::Section*& Sec(CKCriticalSection* cs) { return cs->m_pSection; }
+  static CKCriticalSection::Section* Sec(const CKCriticalSection* cs) { return cs->m_pSection; }
+  static std::atomic<int>& Flag(CKCriticalSection* cs) { return cs->m_bLocked; }
+  static const std::atomic<int>& Flag(const CKCriticalSection* cs) { return cs->m_bLocked; }
+  static CKCriticalSection*& CS(CKCriticalSectionLock* l) { return l->m_pCS; }
+  static int& Held(CKCriticalSectionLock* l) { return l->m_bLocked; }
+  static int Held(const CKCriticalSectionLock* l) { return l->m_bLocked; }
+};
+typedef KCriticalSectionAccess A;
+
 // The flag is cleared before the section is left: once left, the next holder
 // owns the flag.
 static void LeaveAndClear(CKCriticalSection::Section* p, std::atomic<int>& bLocked) {
@@ -46,46 +58,46 @@ static void LeaveAndClear(CKCriticalSection::Section* p, std::atomic<int>& bLock
 
 void TKCriticalSectionInit(CKCriticalSection* cs, int bLock) {
   KASSERT_RET(cs != nullptr);
-  cs->m_pSection = SectionNew();
-  cs->m_bLocked.store(0);
+  A::Sec(cs) = SectionNew();
+  A::Flag(cs).store(0);
   if (bLock) {
-    kplat::MutexLock(cs->m_pSection->pMutex);
-    cs->m_bLocked.store(1);
+    kplat::MutexLock(A::Sec(cs)->pMutex);
+    A::Flag(cs).store(1);
   }
 }
 
 void TKCriticalSectionTerm(CKCriticalSection* cs) {
   KASSERT_RET(cs != nullptr);
-  if (!cs->m_pSection) return;
-  if (cs->m_bLocked.load() && kplat::MutexIsOwned(cs->m_pSection->pMutex))
-    LeaveAndClear(cs->m_pSection, cs->m_bLocked);
-  SectionUnref(cs->m_pSection);
-  cs->m_pSection = nullptr;
+  if (!A::Sec(cs)) return;
+  if (A::Flag(cs).load() && kplat::MutexIsOwned(A::Sec(cs)->pMutex))
+    LeaveAndClear(A::Sec(cs), A::Flag(cs));
+  SectionUnref(A::Sec(cs));
+  A::Sec(cs) = nullptr;
 }
 
 int TKCriticalSectionLock(CKCriticalSection* cs) {
-  KASSERT_RETV(cs != nullptr && cs->m_pSection != nullptr, FALSE);
-  kplat::MutexLock(cs->m_pSection->pMutex);
-  cs->m_bLocked.store(1);
+  KASSERT_RETV(cs != nullptr && A::Sec(cs) != nullptr, FALSE);
+  kplat::MutexLock(A::Sec(cs)->pMutex);
+  A::Flag(cs).store(1);
   return TRUE;
 }
 
 int TKCriticalSectionUnlock(CKCriticalSection* cs) {
-  KASSERT_RETV(cs != nullptr && cs->m_pSection != nullptr, FALSE);
+  KASSERT_RETV(cs != nullptr && A::Sec(cs) != nullptr, FALSE);
   // A flag, not a count: only the first Unlock after a Lock leaves.
-  if (!cs->m_bLocked.load()) return TRUE;
-  if (!kplat::MutexIsOwned(cs->m_pSection->pMutex)) {
+  if (!A::Flag(cs).load()) return TRUE;
+  if (!kplat::MutexIsOwned(A::Sec(cs)->pMutex)) {
     // Leaving a section another thread holds would break it for its holder.
     KLog(KLOG_ERROR, "ERROR => CKCriticalSection::Unlock: the section is held by another thread");
     return FALSE;
   }
-  LeaveAndClear(cs->m_pSection, cs->m_bLocked);
+  LeaveAndClear(A::Sec(cs), A::Flag(cs));
   return TRUE;
 }
 
 int TKCriticalSectionIsLocked(const CKCriticalSection* cs) {
   KASSERT_RETV(cs != nullptr, FALSE);
-  return cs->m_bLocked.load();
+  return A::Flag(cs).load();
 }
 
 CKCriticalSection::CKCriticalSection(int bLock) : m_pSection(nullptr), m_bLocked(0) {
@@ -124,40 +136,40 @@ int CKCriticalSection::IsLocked() const { return TKCriticalSectionIsLocked(this)
 // ---------------------------------------------------------------- critical section guard
 void TKCriticalSectionLockInit(CKCriticalSectionLock* l, CKCriticalSection* cs, int bLock) {
   KASSERT_RET(l != nullptr);
-  l->m_pCS = cs;
-  l->m_bLocked = 0;
+  A::CS(l) = cs;
+  A::Held(l) = 0;
   if (bLock) TKCriticalSectionLockLock(l);
 }
 
 void TKCriticalSectionLockTerm(CKCriticalSectionLock* l) {
   KASSERT_RET(l != nullptr);
-  CKCriticalSection* cs = l->m_pCS;
-  if (cs && cs->m_pSection && l->m_bLocked && cs->m_bLocked.load() &&
-      kplat::MutexIsOwned(cs->m_pSection->pMutex))
-    LeaveAndClear(cs->m_pSection, cs->m_bLocked);
+  CKCriticalSection* cs = A::CS(l);
+  if (cs && A::Sec(cs) && A::Held(l) && A::Flag(cs).load() &&
+      kplat::MutexIsOwned(A::Sec(cs)->pMutex))
+    LeaveAndClear(A::Sec(cs), A::Flag(cs));
 }
 
 void TKCriticalSectionLockLock(CKCriticalSectionLock* l) {
   KASSERT_RET(l != nullptr);
-  CKCriticalSection* cs = l->m_pCS;
-  if (!cs || !cs->m_pSection) return;
-  kplat::MutexLock(cs->m_pSection->pMutex);
-  cs->m_bLocked.store(1);
-  l->m_bLocked = 1;
+  CKCriticalSection* cs = A::CS(l);
+  if (!cs || !A::Sec(cs)) return;
+  kplat::MutexLock(A::Sec(cs)->pMutex);
+  A::Flag(cs).store(1);
+  A::Held(l) = 1;
 }
 
 void TKCriticalSectionLockUnlock(CKCriticalSectionLock* l) {
   KASSERT_RET(l != nullptr);
-  CKCriticalSection* cs = l->m_pCS;
-  if (!cs || !l->m_bLocked) return;
-  if (cs->m_bLocked.load() && cs->m_pSection && kplat::MutexIsOwned(cs->m_pSection->pMutex))
-    LeaveAndClear(cs->m_pSection, cs->m_bLocked);
-  l->m_bLocked = 0;
+  CKCriticalSection* cs = A::CS(l);
+  if (!cs || !A::Held(l)) return;
+  if (A::Flag(cs).load() && A::Sec(cs) && kplat::MutexIsOwned(A::Sec(cs)->pMutex))
+    LeaveAndClear(A::Sec(cs), A::Flag(cs));
+  A::Held(l) = 0;
 }
 
 int TKCriticalSectionLockIsLocked(const CKCriticalSectionLock* l) {
   KASSERT_RETV(l != nullptr, FALSE);
-  return l->m_bLocked;
+  return A::Held(l);
 }
 
 CKCriticalSectionLock::CKCriticalSectionLock(CKCriticalSection* p, int bLock)

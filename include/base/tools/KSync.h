@@ -65,15 +65,9 @@ public:
   struct Section;
 
 private:
-  friend void TKCriticalSectionInit(CKCriticalSection*, int);
-  friend void TKCriticalSectionTerm(CKCriticalSection*);
-  friend int TKCriticalSectionLock(CKCriticalSection*);
-  friend int TKCriticalSectionUnlock(CKCriticalSection*);
-  friend int TKCriticalSectionIsLocked(const CKCriticalSection*);
-  friend void TKCriticalSectionLockInit(CKCriticalSectionLock*, CKCriticalSection*, int);
-  friend void TKCriticalSectionLockTerm(CKCriticalSectionLock*);
-  friend void TKCriticalSectionLockLock(CKCriticalSectionLock*);
-  friend void TKCriticalSectionLockUnlock(CKCriticalSectionLock*);
+  // The C functions reach the fields through this (friend functions
+  // cannot carry the DLL attributes).
+  friend struct KCriticalSectionAccess;
 
   Section* m_pSection;
   // Written by the holder only; read by any thread (IsLocked).
@@ -93,11 +87,9 @@ public:
   int IsLocked() const;
 
 private:
-  friend void TKCriticalSectionLockInit(CKCriticalSectionLock*, CKCriticalSection*, int);
-  friend void TKCriticalSectionLockTerm(CKCriticalSectionLock*);
-  friend void TKCriticalSectionLockLock(CKCriticalSectionLock*);
-  friend void TKCriticalSectionLockUnlock(CKCriticalSectionLock*);
-  friend int TKCriticalSectionLockIsLocked(const CKCriticalSectionLock*);
+  // The C functions reach the fields through this (friend functions
+  // cannot carry the DLL attributes).
+  friend struct KCriticalSectionAccess;
 
   CKCriticalSection* m_pCS;
   int m_bLocked;
