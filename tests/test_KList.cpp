@@ -194,7 +194,8 @@ TEST_F(KListTest, SetInsertDelete) {
   ASSERT_EQ(1u, tools.Asserts().size());
   EXPECT_EQ("Assertion failed (nIndex<Count()) in src/KList on line 79. Continue...", tools.Asserts()[0]);
   EXPECT_THROW(m.Set(INT_MAX, "w"), CKMemoryException);
-  EXPECT_THROW(m.Set(400000000, "w"), CKMemoryException);  // past 2 GiB of slots
+  // Past 2 GiB of slots, whatever the pointer width.
+  EXPECT_THROW(m.Set(INT_MAX / (int)sizeof(void*) + 1, "w"), CKMemoryException);
   EXPECT_EQ(7, m.Count());
 
   m.SetCount(-5);

@@ -12,6 +12,10 @@
 
 #include "KTestLog.h"
 
+// The first slot count whose array passes INT_MAX bytes, whatever the
+// pointer width.
+const int kPastMaxSlots = INT_MAX / (int)sizeof(void*) + 1;
+
 namespace {
 
 void* P(intptr_t n) { return (void*)n; }
@@ -88,7 +92,7 @@ TEST(KPile, CheckSizeRules) {
   EXPECT_EQ(256, p.PileSize());
   for (int i = 128; i < 256; i++) ASSERT_EQ(nullptr, p.PileGetData()[i]);
   void** pOld = p.PileGetData();
-  p.data.elts = 300000000;  // past 2 GiB: refused, array and size untouched
+  p.data.elts = kPastMaxSlots;  // past 2 GiB: refused, array and size untouched
   EXPECT_EQ(0, p.CheckSize());
   EXPECT_EQ(256, p.PileSize());
   EXPECT_EQ(pOld, p.PileGetData());
@@ -209,7 +213,7 @@ TEST(KPileT, ValuePiles) {
 TEST(KPile, SizeofOfHugeSizes) {
   // Sizes whose byte count passes INT_MAX give INT_MAX, not a wrapped value.
   CKPileFast p;
-  p.data.size = 1 << 28;
+  p.data.size = kPastMaxSlots;
   EXPECT_EQ(INT_MAX, p.PileSizeof());
   CKPileT<__int64> q;
   q.data.size = 1 << 28;
@@ -233,7 +237,7 @@ TEST(KPtrList, NonOwning) {
     EXPECT_EQ(nullptr, l.Get(1));
     EXPECT_EQ(6, l.Set(6, &b));
     EXPECT_EQ(nullptr, l.Get(5));
-    EXPECT_THROW(l.Set(300000000, &a), CKMemoryException);
+    EXPECT_THROW(l.Set(kPastMaxSlots, &a), CKMemoryException);
     EXPECT_EQ(7, l.Count());
   }
   EXPECT_EQ(3, Counted::alive);
@@ -297,7 +301,7 @@ TEST(KPtrListOwned, OwnershipAndAssertions) {
     t.Set(0, new Counted(1));
     EXPECT_EQ(5, Counted::alive);
     // A refused object is deleted, not leaked.
-    EXPECT_THROW(t.Set(300000000, new Counted(2)), CKMemoryException);
+    EXPECT_THROW(t.Set(kPastMaxSlots, new Counted(2)), CKMemoryException);
     EXPECT_EQ(5, Counted::alive);
     EXPECT_EQ(3, t.Count());
   }
