@@ -233,7 +233,11 @@ TEST_F(KListTest, TextsSharingOneHugeBlock) {
   // Five elements share one block of 2^30 + 1 characters (nothing is
   // copied): their total passes INT_MAX and 2^32.
   CKString big;
-  big.GetBufferSetLength((1u << 30) + 1);
+  try {
+    big.GetBufferSetLength((1u << 30) + 1);
+  } catch (const CKMemoryException&) {
+    GTEST_SKIP() << "no room for a 1 GiB block";
+  }
   CKList l;
   CKFastList f;
   for (int i = 0; i < 5; i++) {
