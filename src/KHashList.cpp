@@ -1,6 +1,7 @@
 #define KSRC_PATH "src/KHashList"
 
 #include <base/classes/hash/KHashList.h>
+#include <base/classes/hash/KHashStringToString.h>
 
 #include <climits>
 #include <cstdint>
@@ -312,4 +313,29 @@ int CKHashList::Next(KHashPos& pos) const {
   while (++pos.nBucket < m_nTableSize)
     if ((pos.pElt = m_pHashTable[pos.nBucket]) != nullptr) return TRUE;
   return FALSE;
+}
+
+// The text-to-text map's element hooks live here so that its vtable and
+// destructor are emitted once, in the library.
+CKHashStringToString::~CKHashStringToString() { DeleteAll(); }
+
+void CKHashStringToString::DestructElement(void* pKey, void* pValue) {
+  delete (CKString*)pKey;
+  delete (CKString*)pValue;
+}
+
+void CKHashStringToString::DestructValue(void* pOldValue, void* pNewValue) {
+  if (pOldValue != pNewValue) delete (CKString*)pOldValue;
+}
+
+void CKHashStringToString::CopyElement(void*& pKeyOut, void*& pValueOut, void* pKey,
+                                       void* pValue) {
+  CKString* pKeyCopy = pKey ? new CKString(*(const CKString*)pKey) : nullptr;
+  try {
+    pValueOut = pValue ? new CKString(*(const CKString*)pValue) : nullptr;
+  } catch (...) {
+    delete pKeyCopy;
+    throw;
+  }
+  pKeyOut = pKeyCopy;
 }

@@ -19,6 +19,27 @@
 #  define KELVOR_API __attribute__((visibility("default")))
 #endif
 
+// printf-style checking of the library's formatting functions. On MinGW the
+// library formats with the C99 printf family (it is built with
+// __USE_MINGW_ANSI_STDIO), so %lld, %zu and long doubles are checked as GNU.
+#if defined(__MINGW32__)
+#  define KELVOR_PRINTF(fmt, first) __attribute__((format(gnu_printf, fmt, first)))
+#elif defined(__GNUC__)
+#  define KELVOR_PRINTF(fmt, first) __attribute__((format(printf, fmt, first)))
+#else
+#  define KELVOR_PRINTF(fmt, first)
+#endif
+
+// Class templates live wholly in the headers and are instantiated in each
+// module that uses them. On ELF they keep default visibility so that their
+// type information is one across the library boundary; a DLL cannot import
+// what it never instantiated, so on Windows they carry no attribute.
+#if defined(_WIN32)
+#  define KELVOR_TEMPLATE_API
+#else
+#  define KELVOR_TEMPLATE_API KELVOR_API
+#endif
+
 #if defined(_WIN32)
 // The system's own definitions of the scalar types, FILETIME, SYSTEMTIME and
 // HWND, without the API declarations (and their A/W renaming macros).

@@ -18,7 +18,7 @@
 #include <base/tools/KString.h>
 
 template <class TMap>
-class KELVOR_API CKHashStringKeyed : public CKHashList {
+class KELVOR_TEMPLATE_API CKHashStringKeyed : public CKHashList {
 public:
   using CKHashList::operator=;
 

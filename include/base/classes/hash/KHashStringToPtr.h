@@ -15,7 +15,7 @@
 class CKList;
 
 template <class T = CKList>
-class KELVOR_API CKHashStringToPtr : public CKHashStringKeyed<CKHashStringToPtr<T>> {
+class KELVOR_TEMPLATE_API CKHashStringToPtr : public CKHashStringKeyed<CKHashStringToPtr<T>> {
   typedef CKHashStringKeyed<CKHashStringToPtr<T>> Base;
 
 public:

@@ -30,7 +30,7 @@ public:
     AssignChecked(src);
     return *this;
   }
-  ~CKHashStringToString() override { DeleteAll(); }
+  ~CKHashStringToString() override;
 
   // Stores a copy of szValue (null: the empty text) under szKey; an existing
   // value is overwritten in place.
@@ -87,23 +87,9 @@ public:
   }
 
 protected:
-  void DestructElement(void* pKey, void* pValue) override {
-    delete (CKString*)pKey;
-    delete (CKString*)pValue;
-  }
-  void DestructValue(void* pOldValue, void* pNewValue) override {
-    if (pOldValue != pNewValue) delete (CKString*)pOldValue;
-  }
-  void CopyElement(void*& pKeyOut, void*& pValueOut, void* pKey, void* pValue) override {
-    CKString* pKeyCopy = pKey ? new CKString(*(const CKString*)pKey) : nullptr;
-    try {
-      pValueOut = pValue ? new CKString(*(const CKString*)pValue) : nullptr;
-    } catch (...) {
-      delete pKeyCopy;
-      throw;
-    }
-    pKeyOut = pKeyCopy;
-  }
+  void DestructElement(void* pKey, void* pValue) override;
+  void DestructValue(void* pOldValue, void* pNewValue) override;
+  void CopyElement(void*& pKeyOut, void*& pValueOut, void* pKey, void* pValue) override;
 };
 
 #endif  // KELVOR_KHASHSTRINGTOSTRING_H

@@ -139,7 +139,7 @@ public:
 // A pile of plain values of type T (trivially copyable), stored inline in the
 // slot array and grown by the same step rule. Copies are deep.
 template <class T>
-class KELVOR_API CKPileT {
+class KELVOR_TEMPLATE_API CKPileT {
   static_assert(std::is_trivially_copyable<T>::value, "CKPileT holds plain values");
 
 public:
@@ -393,7 +393,7 @@ public:
 
 // A list of plain values; CKListTyped<int> is the library's integer list.
 template <class T>
-class KELVOR_API CKListTyped : public CKPileT<T> {
+class KELVOR_TEMPLATE_API CKListTyped : public CKPileT<T> {
 public:
   CKListTyped() {}
   CKListTyped(const CKListTyped& l) : CKPileT<T>(l) {}

@@ -12,7 +12,7 @@
 #define KPTRLIST_PATH "include/base/classes/list/KPtrList"
 
 template <class T>
-class KELVOR_API CKPtrList : public CKPile {
+class KELVOR_TEMPLATE_API CKPtrList : public CKPile {
 public:
   CKPtrList() {}
   // Copies are independent lists of the same pointers.

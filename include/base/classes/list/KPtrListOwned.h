@@ -15,7 +15,7 @@
 #define KPTRLISTOWNED_PATH "include/base/classes/list/KPtrListOwned"
 
 template <class T>
-class KELVOR_API CKPtrListOwned : public CKPile {
+class KELVOR_TEMPLATE_API CKPtrListOwned : public CKPile {
 public:
   CKPtrListOwned() : m_nParam(0) { data.sortfunc = kelvor_comp_func_int_32; }
   // Shares the source's slot array and objects.
@@ -90,7 +90,7 @@ private:
 };
 
 template <class T>
-class KELVOR_API CKPtrListOwnedC : public CKPtrListOwned<T> {
+class KELVOR_TEMPLATE_API CKPtrListOwnedC : public CKPtrListOwned<T> {
 public:
   CKPtrListOwnedC() {}
   CKPtrListOwnedC(const CKPtrListOwnedC& l) : CKPtrListOwned<T>(l) {}
