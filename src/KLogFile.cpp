@@ -5,6 +5,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <string>
 
 #include "platform/KPlatform.h"
 
@@ -48,18 +49,31 @@ CKString CKLogFile::GetFileName() const {
   return CKString((const char*)m_strFileName);
 }
 
-// Forced termination is held off for one line, so the file is always closed
-// and the line whole.
+// The whole line is formatted first and appended in one write, so that lines
+// from writers holding other locks (copies, other processes) never mix. The
+// bytes are those of fprintf + vfprintf + "\n", zero bytes included. Forced
+// termination is held off for one line, so the file is always closed and the
+// line whole.
 void CKLogFile::Write(const char* szFormat, va_list args, int bNewLine) {
   kplat::NoCancelScope noCancel;
   CKCriticalSectionLock lock(&m_cs);
   m_dtStamp.CurrentDate();
-  FILE* f = kplat::FileOpen(m_strFileName, "a+");
-  if (!f) return;
-  fprintf(f, "%s: ", (const char*)m_dtStamp.Format('/', ':', '.'));
-  if (szFormat) vfprintf(f, szFormat, args);
-  if (bNewLine) fputs("\n", f);
-  fclose(f);
+  std::string strLine = (const char*)m_dtStamp.Format('/', ':', '.');
+  strLine += ": ";
+  if (szFormat) {
+    va_list copy;
+    va_copy(copy, args);
+    const int n = vsnprintf(nullptr, 0, szFormat, copy);
+    va_end(copy);
+    if (n > 0) {
+      const size_t nAt = strLine.size();
+      strLine.resize(nAt + (size_t)n + 1);
+      vsnprintf(&strLine[nAt], (size_t)n + 1, szFormat, args);
+      strLine.resize(nAt + (size_t)n);
+    }
+  }
+  if (bNewLine) strLine += '\n';
+  kplat::FileAppendText(m_strFileName, strLine.data(), strLine.size());
 }
 
 void CKLogFile::Log(const char* szFormat, ...) {
@@ -80,9 +94,11 @@ void CKLogFile::LogNoCRWithThreadID(const char* szText) {
   kplat::NoCancelScope noCancel;
   CKCriticalSectionLock lock(&m_cs);
   m_dtStamp.CurrentDate();
-  FILE* f = kplat::FileOpen(m_strFileName, "a+");
-  if (!f) return;
-  fprintf(f, "%s: (%08X) %s", (const char*)m_dtStamp.Format('/', ':', '.'),
-          (unsigned)kplat::CurrentThreadId(), szText ? szText : "");
-  fclose(f);
+  char szId[16];
+  snprintf(szId, sizeof(szId), "(%08X) ", (unsigned)kplat::CurrentThreadId());
+  std::string strLine = (const char*)m_dtStamp.Format('/', ':', '.');
+  strLine += ": ";
+  strLine += szId;
+  if (szText) strLine += szText;
+  kplat::FileAppendText(m_strFileName, strLine.data(), strLine.size());
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -12,10 +13,23 @@
 #include "KTestTemp.h"
 
 namespace {
+// The log is a text file: lines end in CR LF on Windows, LF elsewhere.
+#if defined(_WIN32)
+const char* const kEol = "\r\n";
+#else
+const char* const kEol = "\n";
+#endif
+
+// The file's lines; a line end other than the system's is kept in the line.
 std::vector<std::string> ReadLines(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
+  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   std::vector<std::string> lines;
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  for (size_t i = 0, n; i < text.size(); i = n + strlen(kEol)) {
+    n = text.find(kEol, i);
+    if (n == std::string::npos) n = text.size();
+    lines.push_back(text.substr(i, n - i));
+  }
   return lines;
 }
 
@@ -58,6 +72,15 @@ TEST(KLogFile, LineLayoutAndAppend) {
   EXPECT_TRUE(Match(lines[0], STAMP "value=42 ok")) << lines[0];
   EXPECT_TRUE(Match(lines[1], STAMP "no newline" STAMP "(^) tid" STAMP)) << lines[1];
   EXPECT_STREQ(path.c_str(), copy.GetFileName());
+
+  // Zero bytes from the caller's conversions are written, as vfprintf does.
+  CKLogFile zero;
+  const std::string zeroPath = dir.Path("zero.log");
+  zero.SetFileName(zeroPath.c_str());
+  zero.Log("a%cb", 0);
+  lines = ReadLines(zeroPath);
+  ASSERT_EQ(1u, lines.size());
+  EXPECT_EQ(std::string("a\0b", 3), lines[0].substr(lines[0].size() - 3));
 
   // An unopenable file is a silent no-op.
   CKLogFile bad;

@@ -9,6 +9,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/KPlatformEnv.h"
 
@@ -23,6 +24,32 @@ FILE* FileOpen(const char* szName, const char* szMode) {
     FILE* f = fopen(szName, strMode.c_str());
     if (f || errno != EINTR) return f;
   }
+}
+
+bool FileAppendText(const char* szName, const char* p, size_t n) {
+  if (!szName) return false;
+  int fd;
+  do fd = open(szName, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+  while (fd < 0 && errno == EINTR);
+  if (fd < 0) return false;
+  bool bOk = true;
+  while (n > 0) {
+    const ssize_t k = write(fd, p, n);
+    if (k < 0 && errno == EINTR) continue;
+    if (k <= 0) {
+      ReportError("write", k < 0 ? errno : EIO);
+      bOk = false;
+      break;
+    }
+    p += k;
+    n -= (size_t)k;
+  }
+  // Linux may report EINTR from close although the descriptor is gone.
+  if (close(fd) != 0 && errno != EINTR) {
+    ReportError("close", errno);
+    bOk = false;
+  }
+  return bOk;
 }
 
 // '*' and '?' as the system's file search reads them; "*.*" is everything.
