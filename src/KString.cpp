@@ -842,19 +842,32 @@ FmtArg IntArgOf() {
 // Parses the conversion after a '%' as the C formatter does: flags, width,
 // precision, one size prefix, the conversion character. Unnumbered star and
 // data arguments take the next index. Returns false for a format cut short.
+//
+// Two dialects. The GNU C library's: numbered arguments ("%2$s"), 'I' is a
+// flag (the locale's digits, so "%I64d" is a width of 64), 'q' and 'L' ask
+// for long long integers, "ll" and 'q' for long doubles, %b and %B print
+// binary. The Windows build's C99 formatter (MinGW-w64's): no numbered
+// arguments ("%1$d" prints as written, its "1" read as a width), "I32",
+// "I64" and 'I' are int, 64-bit and size_t prefixes, 'L' leaves integers
+// int, "ll" leaves floating numbers double, and 'q', 'Z', %b and %B are
+// unknown (printed as written, no argument read).
+#if defined(_WIN32)
+#define KFMT_WINDOWS 1
+#else
+#define KFMT_WINDOWS 0
+#endif
 bool ParseSpec(const char*& p, FmtSpec& s, int& nNext, bool& bNumbered, bool& bUnnumbered) {
-  const int nData = ReadArgNumber(p);
-  // The C formatter's flags: "'" groups digits and 'I' asks for the
-  // locale's digits, so "%I64d" is a width of 64.
+  const int nData = KFMT_WINDOWS ? 0 : ReadArgNumber(p);
   for (;; ++p) {
     if (*p == '#')
       s.bAlt = true;
-    else if (*p != '-' && *p != '+' && *p != ' ' && *p != '0' && *p != '\'' && *p != 'I')
+    else if (*p != '-' && *p != '+' && *p != ' ' && *p != '0' && *p != '\'' &&
+             (KFMT_WINDOWS || *p != 'I'))
       break;
   }
   auto star = [&](int& nArg) {
     ++p;
-    const int n = ReadArgNumber(p);
+    const int n = KFMT_WINDOWS ? 0 : ReadArgNumber(p);
     nArg = n ? n - 1 : nNext++;
     (n ? bNumbered : bUnnumbered) = true;
   };
@@ -882,20 +895,44 @@ bool ParseSpec(const char*& p, FmtSpec& s, int& nNext, bool& bNumbered, bool& bU
       bLong = true;
       eInt = kArgLong;
       if (p[1] == 'l') {
-        bLongDouble = true;
+        bLongDouble = !KFMT_WINDOWS;
         eInt = kArgLongLong;
         ++p;
       }
       ++p;
       break;
+#if KFMT_WINDOWS
+    case 'L':
+      bLong = bLongDouble = true;
+      ++p;
+      break;
+    case 'I':
+      if (p[1] == '6' && p[2] == '4') {
+        eInt = kArgLongLong;
+        p += 3;
+      } else if (p[1] == '3' && p[2] == '2') {
+        p += 3;
+      } else if (p[1] >= '0' && p[1] <= '9') {
+        s.cConv = 'I';  // another width: unknown, printed as written
+        s.bKnown = false;
+        ++p;
+        return true;
+      } else {
+        eInt = IntArgOf<size_t>();
+        ++p;
+      }
+      bLong = eInt != kArgInt;
+      break;
+#else
     case 'L':
     case 'q':
       bLong = bLongDouble = true;
       eInt = kArgLongLong;
       ++p;
       break;
-    case 'z':
     case 'Z':
+#endif
+    case 'z':
     case 't':
     case 'j':
       eInt = *p == 'j'   ? IntArgOf<intmax_t>()
@@ -911,7 +948,10 @@ bool ParseSpec(const char*& p, FmtSpec& s, int& nNext, bool& bNumbered, bool& bU
   if (!*p) return false;
   s.cConv = *p++;
   switch (s.cConv) {
-    case 'd': case 'i': case 'u': case 'o': case 'x': case 'X': case 'b': case 'B':
+#if !KFMT_WINDOWS
+    case 'b': case 'B':
+#endif
+    case 'd': case 'i': case 'u': case 'o': case 'x': case 'X':
       s.eData = eInt;
       break;
     case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':

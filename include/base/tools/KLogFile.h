@@ -23,26 +23,14 @@ public:
   CKString GetFileName() const;
 
   // "<time stamp>: " + the formatted text + "\n".
-  void Log(const char* szFormat, ...)
-#if defined(__GNUC__)
-      __attribute__((format(printf, 2, 3)))
-#endif
-      ;
+  void Log(const char* szFormat, ...) KELVOR_PRINTF(2, 3);
   // The same without the final "\n".
-  void LogNoCR(const char* szFormat, ...)
-#if defined(__GNUC__)
-      __attribute__((format(printf, 2, 3)))
-#endif
-      ;
+  void LogNoCR(const char* szFormat, ...) KELVOR_PRINTF(2, 3);
   // "<time stamp>: (<thread id, 8 upper-case hex digits>) <text>", no newline.
   void LogNoCRWithThreadID(const char* szText);
 
 private:
-  void Write(const char* szFormat, va_list args, int bNewLine)
-#if defined(__GNUC__)
-      __attribute__((format(printf, 2, 0)))
-#endif
-      ;
+  void Write(const char* szFormat, va_list args, int bNewLine) KELVOR_PRINTF(2, 0);
 
   CKString m_strFileName;
   CKDateTime m_dtStamp;  // time stamp of the line being written

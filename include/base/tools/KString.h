@@ -99,12 +99,8 @@ public:
   void TrimRight(char c);
   void MakeUpper();
   void MakeLower();
-  void Format(const char* szFormat, ...)
-#if defined(__GNUC__)
-      __attribute__((format(printf, 2, 3)))
-#endif
-      ;
-  void FormatV(const char* szFormat, va_list args);
+  void Format(const char* szFormat, ...) KELVOR_PRINTF(2, 3);
+  void FormatV(const char* szFormat, va_list args) KELVOR_PRINTF(2, 0);
   BOOL LoadString(unsigned nID);
 
   // Capacity of a block made for n characters: 32, 64 ... 1024, then n + 1
