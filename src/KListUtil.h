@@ -10,13 +10,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
 
 #include <base/classes/list/KPile.h>
 #include <base/tools/KDebug.h>
 #include <base/tools/KException.h>
+
+#include "platform/KPlatformMemory.h"
 #include <base/tools/KStr.h>
 #include <base/tools/KString.h>
 
@@ -28,8 +27,7 @@ namespace klist {
 // bytes), so a run of small growths moves and copies the array only a
 // logarithmic number of times. errno is left as realloc would leave it.
 inline void* GrowBlock(void* p, size_t nNeed, size_t nMax) {
-#if defined(__GLIBC__)
-  const size_t nRoom = p ? malloc_usable_size(p) : 0;
+  const size_t nRoom = kplat::HeapBlockSize(p);  // 0: the heap does not tell
   if (nRoom >= nNeed) return p;
   const size_t nWant = nRoom * 2 > nNeed ? (nRoom * 2 < nMax ? nRoom * 2 : nMax) : nNeed;
   if (nWant > nNeed) {
@@ -37,9 +35,6 @@ inline void* GrowBlock(void* p, size_t nNeed, size_t nMax) {
     if (void* q = std::realloc(p, nWant)) return q;
     errno = nErr;  // the generous size failed; the exact one decides
   }
-#else
-  (void)nMax;
-#endif
   return std::realloc(p, nNeed);
 }
 

@@ -7,6 +7,7 @@
 
 #include "platform/KPlatformEnv.h"
 #include "platform/KPlatformFile.h"
+#include "platform/KPlatformMemory.h"
 #include "platform/KPlatformRandom.h"
 #include "platform/KPlatformThread.h"
 #include "platform/KPlatformTime.h"
