@@ -2,7 +2,9 @@
 # The CI run. In order: dependencies; a g++ -Werror build and its tests; a
 # clang -Werror compile of everything (benchmarks too); an install-and-consume
 # check; the fuzz pass (when scripts/fuzz.sh exists); a 32-bit (-m32) build
-# and its tests; a ThreadSanitizer build and its tests; an AddressSanitizer +
+# and its tests; a ThreadSanitizer build and its tests; the MinGW-w64 builds
+# of Kelvor.dll with their export check and the 64-bit tests under Wine; an
+# AddressSanitizer +
 # UndefinedBehaviorSanitizer build and its tests, whose CTest summary is the
 # last thing printed. Each build has its own directory under build/; any
 # failure ends the run. Every step reports its duration in seconds.
@@ -88,6 +90,8 @@ if [ -f scripts/fuzz.sh ]; then
 fi
 step "32-bit build (-m32) and tests" m32
 step "ThreadSanitizer build and tests" tsan
+step "Windows builds (MinGW-w64, 64 and 32 bits) and the 64-bit tests under Wine" \
+  bash scripts/windows.sh
 step "sanitizer build (ASan + UBSan)" asan_build
 echo "== elapsed before the last tests: $((SECONDS - run_start)) s"
 echo "== sanitizer tests (ASan + UBSan); CTest reports their time"
