@@ -35,7 +35,7 @@ public:
   // is deleted.
   int Set(int nIndex, T* p) {
     if (nIndex < 0) nIndex = 0;
-    T* pOld = nIndex < data.elts ? (T*)data.ptr[nIndex] : nullptr;
+    T* pOld = (T*)PileGet(nIndex);  // null past the end
     const int nOldCount = data.elts;
     const int r = Taken(PileSet(nIndex, p), p, __LINE__);
     for (int i = nOldCount; i < nIndex; i++) data.ptr[i] = nullptr;
