@@ -47,4 +47,7 @@ WINEPREFIX=$(mktemp -d /tmp/kelvor-wine.XXXXXX)
 export WINEPREFIX
 trap '/usr/lib/wine/wineserver64 -k >/dev/null 2>&1 || true; rm -rf "$WINEPREFIX"' EXIT
 "$wine" wineboot -i >/dev/null 2>&1
-CTEST_OUTPUT_ON_FAILURE=1 ctest --test-dir build/win-x86_64 -j"$jobs"
+# Under load Wine now and then fails to start a program (it ends at once with
+# no output: seen once in about forty runs of the suite); a failed program is
+# run once more, and CTest's log names it.
+CTEST_OUTPUT_ON_FAILURE=1 ctest --test-dir build/win-x86_64 -j"$jobs" --repeat until-pass:2
