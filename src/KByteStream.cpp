@@ -789,7 +789,9 @@ int CKByteStream::Get(CKDateTime& d) {
   return 1;
 }
 
-int CKByteStream::Put(const CKList& list) {
+// Count, then each element's text (both string lists).
+template <class L>
+int CKByteStream::PutTexts(const L& list) {
   const int n = list.Count();
   if (!Put(n)) return 0;
   for (int i = 0; i < n; ++i) {
@@ -799,15 +801,9 @@ int CKByteStream::Put(const CKList& list) {
   return 1;
 }
 
-int CKByteStream::Put(const CKFastList& list) {
-  const int n = list.Count();
-  if (!Put(n)) return 0;
-  for (int i = 0; i < n; ++i) {
-    const CKString s = list.Get(i);
-    if (!PutText(s.GetString(), s.GetLength())) return 0;
-  }
-  return 1;
-}
+int CKByteStream::Put(const CKList& list) { return PutTexts(list); }
+
+int CKByteStream::Put(const CKFastList& list) { return PutTexts(list); }
 
 int CKByteStream::Put(const CKListUINT64& list) {
   const int n = list.Count();

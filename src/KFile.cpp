@@ -94,7 +94,7 @@ int CKFile::Open(unsigned long nMode) {
     return 1;
   }
   Close();
-  if ((m_strName.GetLength() == 0)) return 0;
+  if (m_strName.GetLength() == 0) return 0;
   if (nMode) m_nMode = (uint32_t)nMode;
   KASSERT_RETV(!KFILE_HAS_APPEND(this) || !KFILE_HAS_WRITE(this), 0);
 
@@ -125,6 +125,11 @@ int CKFile::Open(unsigned long nMode) {
   }
   // A directory never opens as a file.
   if (nKind == kplat::FILE_KIND_DIR) return 0;
+  return OpenStream(szMode);
+}
+
+// Opens the named file with a C run-time mode, records its size and rewinds.
+int CKFile::OpenStream(const char* szMode) {
   m_pFile = kplat::FileOpen(m_strName, szMode);
   if (!m_pFile) return 0;
   const __int64 nSize = MeasureStream(m_pFile);
@@ -140,18 +145,9 @@ int CKFile::Open(unsigned long nMode) {
 int CKFile::OpenWrite(int bTruncate) {
   if (KFILE_HAS_MEMORY(this)) return 1;
   Close();
-  if ((m_strName.GetLength() == 0)) return 0;
+  if (m_strName.GetLength() == 0) return 0;
   if (!bTruncate && kplat::FileKind(m_strName) != kplat::FILE_KIND_FILE) return 0;
-  m_pFile = kplat::FileOpen(m_strName, bTruncate ? "wb" : "ab");
-  if (!m_pFile) return 0;
-  const __int64 nSize = MeasureStream(m_pFile);
-  if (nSize < 0 || !kplat::FileSeek(m_pFile, 0, SEEK_SET)) {
-    Close();
-    return 0;
-  }
-  m_nSize = nSize;
-  m_nPosition = 0;
-  return 1;
+  return OpenStream(bTruncate ? "wb" : "ab");
 }
 
 unsigned __int64 CKFile::Read(CKMem& dst, unsigned __int64 n) {
@@ -317,7 +313,7 @@ int CKFile::ReadWhole(const char* szName) {
 
 int CKFile::ReadWhole() {
   Close();
-  if ((m_strName.GetLength() == 0)) return 0;
+  if (m_strName.GetLength() == 0) return 0;
   if (kplat::FileKind(m_strName) != kplat::FILE_KIND_FILE) return 0;
   FILE* f = kplat::FileOpen(m_strName, "rb");
   if (!f) return 0;
@@ -343,7 +339,7 @@ int CKFile::ReadWhole() {
 
 int CKFile::WriteWhole(const char* szName) {
   if (szName) SetFileName(szName);
-  if ((m_strName.GetLength() == 0)) return 0;
+  if (m_strName.GetLength() == 0) return 0;
   Close();
   FILE* f = kplat::FileOpen(m_strName, "wb");
   if (!f) return 0;

@@ -69,14 +69,26 @@ public:
   // ---- typed writes
   int Put(char c) { return PutRaw(&c, 1); }
   int Put(int n) {
+    unsigned char* p = m_pWCur;
+    if (m_pWEnd - p >= 4) {
+      Le32(p, (uint32_t)n);
+      m_pWCur = p + 4;
+      return 1;
+    }
     unsigned char b[4];
     Le32(b, (uint32_t)n);
-    return PutRaw(b, 4);
+    return WriteSlow(b, 4) == 4;
   }
   int PutINT64(__int64 n) {
+    unsigned char* p = m_pWCur;
+    if (m_pWEnd - p >= 8) {
+      Le64(p, (uint64_t)n);
+      m_pWCur = p + 8;
+      return 1;
+    }
     unsigned char b[8];
     Le64(b, (uint64_t)n);
-    return PutRaw(b, 8);
+    return WriteSlow(b, 8) == 8;
   }
   int Put(const CKGuid& g);
   int Put(const void* p, __int64 n) { return PutRaw(p, n); }
@@ -93,19 +105,26 @@ public:
   // ---- typed reads
   int Get(char& c) { return GetRaw(&c, 1); }
   int Get(int& n) {
-    unsigned char b[4];
-    if (m_pREnd - m_pRCur >= 4) {
-      memcpy(b, m_pRCur, 4);
-      m_pRCur += 4;
-    } else if (ReadSlow(b, 4) != 4) {
-      return 0;
+    unsigned char* p = m_pRCur;
+    if (m_pREnd - p >= 4) {
+      n = (int)Rd32(p);
+      m_pRCur = p + 4;
+      return 1;
     }
+    unsigned char b[4];
+    if (ReadSlow(b, 4) != 4) return 0;
     n = (int)Rd32(b);
     return 1;
   }
   int GetINT64(__int64& n) {
+    unsigned char* p = m_pRCur;
+    if (m_pREnd - p >= 8) {
+      n = (__int64)Rd64(p);
+      m_pRCur = p + 8;
+      return 1;
+    }
     unsigned char b[8];
-    if (!GetRaw(b, 8)) return 0;
+    if (ReadSlow(b, 8) != 8) return 0;
     n = (__int64)Rd64(b);
     return 1;
   }
@@ -156,6 +175,8 @@ private:
   // Bytes read (fewer at the end of the data or on failure).
   __int64 ReadSlow(unsigned char* p, __int64 n);
   int PutText(const char* p, uint32_t nLen);
+  template <class L>
+  int PutTexts(const L& list);
   // Makes room for n bytes in the write window (flushing or growing).
   int WriteRoom(__int64 n);
   // Hands the window's bytes to the file object or the gzip file.

@@ -116,6 +116,7 @@ public:
 
 private:
   void CopyFrom(const CKFile& f);
+  int OpenStream(const char* szMode);
 };
 
 // A unique temporary file name in szDir (the system's temporary directory
