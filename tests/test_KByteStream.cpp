@@ -106,6 +106,7 @@ TEST(KByteStream, WireBytesOfEachPut) {
       {"raw", [](CKByteStream& s) { s.Put("\x01\x00\x02", (__int64)3); }, {1, 0, 2}},
   };
   for (const Case& c : cases) EXPECT_EQ(c.want, Encode(c.fWrite)) << c.szName;
+  fast.RealDeleteAll();  // a fast list's owner frees its strings
 }
 
 TEST(KByteStream, TypedReadsAndTheirFailures) {
@@ -421,4 +422,22 @@ TEST(KByteStream, CopiesAreClosedWithTheData) {
   CKByteStream u;
   u = s;
   EXPECT_EQ(s.File()->Size(), 9);
+}
+
+TEST(KByteStream, ZippedContentIsZlibForPython) {
+  if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed";
+  CKTestTempDir dir;
+  std::string strData;
+  for (int i = 0; i < 20000; ++i) strData += (char)('a' + i * i % 26);
+  CKByteStream s;
+  ASSERT_EQ(1, s.InitWrite());
+  s.Put(strData.data(), (__int64)strData.size());
+  ASSERT_EQ(1, s.Zip(9));
+  const std::string strZip = dir.Path("z.bin"), strOut = dir.Path("z.out");
+  ASSERT_EQ(1, s.ToFile(strZip.c_str(), 0));
+  const std::string strCmd =
+      "python3 -c \"import sys, zlib; sys.stdout.buffer.write(zlib.decompress("
+      "open(sys.argv[1], 'rb').read()))\" '" + strZip + "' > '" + strOut + "'";
+  ASSERT_EQ(0, std::system(strCmd.c_str()));
+  EXPECT_EQ(strData, Slurp(strOut));
 }
