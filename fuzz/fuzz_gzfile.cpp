@@ -5,6 +5,7 @@
 // back the same.
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include <zlib.h>
@@ -37,10 +38,17 @@ std::string Inflate(const uint8_t* data, size_t size, bool* pbComplete) {
   return out;
 }
 
+void RemoveScratch();
+
+// One scratch file per process, removed when it ends.
 const CKString& Scratch() {
   static const CKString s_str = KFileGetTemp(nullptr, "kfz", 1);
+  static const int s_bOnce = std::atexit(RemoveScratch);
+  (void)s_bOnce;
   return s_str;
 }
+
+void RemoveScratch() { std::remove(Scratch()); }
 
 }  // namespace
 
