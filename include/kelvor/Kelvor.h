@@ -26,5 +26,8 @@
 #include <base/tools/KDateTime.h>
 #include <base/tools/KLogFile.h>
 #include <base/tools/KThread.h>
+#include <base/tools/KFile.h>
+#include <base/tools/KGZFile.h>
+#include <base/tools/KByteStream.h>
 
 #endif  // KELVOR_KELVOR_H
