@@ -27,4 +27,6 @@
 #include <base/tools/KLogFile.h>
 #include <base/tools/KThread.h>
 
+#include <base/tools/KXmlParser.h>
+
 #endif  // KELVOR_KELVOR_H
