@@ -138,6 +138,7 @@ struct CKXmlParser::Impl {
   bool m_bSeenDoctype = false;
   bool m_bUnknownDecls = false;  // entities may be declared where the parser does not read
   bool m_bTextReal = false;      // the text buffer holds more than markup blanks
+  size_t m_nTextLiteral = 0;     // where the last reference or CDATA ended in m_text
   int m_nLevel = 0;              // entity nesting
   size_t m_nExpanded = 0;
   size_t m_nExpandLimit = 0;
@@ -320,17 +321,22 @@ struct CKXmlParser::Impl {
   }
 
   // ------------------------------------------------------------ text
-  void Flush() {
-    const size_t n = m_text.Size();
+  // bBeforeStart: a start tag follows, before which the tree writes a line
+  // break of its own (layout, dropped unless blanks are kept).
+  void Flush(bool bBeforeStart = false) {
+    size_t n = m_text.Size();
     if (!n) return;
+    if (bBeforeStart && !m_parser.m_bKeepBlank && m_text.Data()[n - 1] == '\n' && n > m_nTextLiteral)
+      m_text.Resize(--n);
     bool bSend = m_bTextReal || m_parser.m_bKeepBlank;
     if (!bSend) {
       const char* p = m_text.Data();
       for (size_t i = 0; i < n && !bSend; ++i) bSend = !IsBlank(p[i]);
     }
-    if (bSend) Check(m_parser.OnText(m_text.CStr()), m_pEnd);
+    if (bSend && n) Check(m_parser.OnText(m_text.CStr()), m_pEnd);
     m_text.Clear();
     m_bTextReal = false;
+    m_nTextLiteral = 0;
   }
 
   // Whether the '<' at p starts markup; otherwise it is text.
@@ -384,6 +390,7 @@ struct CKXmlParser::Impl {
     m_bTextReal = true;
     if (p[1] == '#') {
       PutChar(CharRef(p, pEnd), m_text, false);
+      m_nTextLiteral = m_text.Size();
       return;
     }
     const size_t n = NameLength(p + 1, pEnd);
@@ -408,6 +415,7 @@ struct CKXmlParser::Impl {
     Content(q, q + e->strValue.size(), nDepth);
     if (m_open.size() != nDepth) Fail(KXML_ERR_ENTITY, pAt, "entity with an unbalanced element");
     Leave(*e);
+    m_nTextLiteral = m_text.Size();
   }
 
   // An attribute value between quotes into b, normalised.
@@ -476,7 +484,18 @@ struct CKXmlParser::Impl {
   }
 
   // ------------------------------------------------------------ markup
-  void StartTag(const char*& p, const char* pEnd) {
+  // The line break the tree writes after an end tag is layout.
+  void SkipLayoutBreak(const char*& p, const char* pEnd) {
+    if (m_parser.m_bKeepBlank || p >= pEnd) return;
+    if (*p == '\n') {
+      ++p;
+    } else if (*p == '\r') {
+      if (++p < pEnd && *p == '\n') ++p;
+    }
+  }
+
+  // Whether the tag was an empty-element tag (it ends the element too).
+  bool StartTag(const char*& p, const char* pEnd) {
     const char* pAt = p;
     ++p;
     Name(p, pEnd, m_name);
@@ -517,6 +536,7 @@ struct CKXmlParser::Impl {
     const char* szName = UpCased();
     Check(m_parser.OnStartTag(szName, &m_attrs), p);
     if (bEmpty) Check(m_parser.OnEndTag(szName), p);
+    return bEmpty;
   }
   // The name in m_name as the events give it.
   const char* UpCased() {
@@ -596,6 +616,7 @@ struct CKXmlParser::Impl {
     if (!q) Fail(KXML_ERR_UNCLOSED, pAt, "unterminated CDATA section");
     Body(p, q, &m_text);
     m_bTextReal = true;
+    m_nTextLiteral = m_text.Size();
     p = q + 3;
   }
 
@@ -896,10 +917,11 @@ struct CKXmlParser::Impl {
   void Content(const char*& p, const char* pEnd, size_t nBase) {
     while (p < pEnd) {
       if (*p == '<' && IsMarkup(p, pEnd)) {
-        Flush();
         const char c = p[1];
+        Flush(g_tab.name[(unsigned char)c] == 1);
         if (c == '/') {
           EndTag(p, pEnd, nBase);
+          SkipLayoutBreak(p, pEnd);
         } else if (c == '?') {
           ProcInstr(p, pEnd, false);
         } else if (c == '!') {
@@ -913,8 +935,8 @@ struct CKXmlParser::Impl {
           } else {
             Fail(KXML_ERR_SYNTAX, p, "unexpected markup declaration");
           }
-        } else {
-          StartTag(p, pEnd);
+        } else if (StartTag(p, pEnd)) {
+          SkipLayoutBreak(p, pEnd);
         }
       } else if (m_open.empty()) {
         const char* q = SkipBlanks(p, pEnd);

@@ -74,6 +74,10 @@ TEST(KXmlParser, EventSequence) {
   // Blank runs between markup are indentation unless kept.
   EXPECT_EQ(Events("<a>\r\n  <b> x </b>\n</a>"), "[\nS A\nS B\nT  x \nE B\nE A\n]");
   EXPECT_EQ(Events("<a>\r\n<b/> </a>", TRUE, TRUE), "[\nS A\nT \n\nS B\nE B\nT  \nE A\n]");
+  // The line breaks the tree writes around child elements are layout.
+  EXPECT_EQ(Events("<a>x\r\n<b>\n</b>\n\ny&#10;\n<c/>z\n</a>"),
+            "[\nS A\nT x\nS B\nE B\nT \ny\n\nS C\nE C\nT z\n\nE A\n]");
+  EXPECT_EQ(Events("<a>x\r\n<b/>\ny</a>", TRUE, TRUE), "[\nS A\nT x\n\nS B\nE B\nT \ny\nE A\n]");
   // Several top-level elements are read, as the tree needs.
   EXPECT_EQ(Events("<a/>\n<b/>"), "[\nS A\nE A\nS B\nE B\n]");
   // A handler that says stop ends the parse with an error.

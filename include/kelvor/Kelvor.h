@@ -28,5 +28,6 @@
 #include <base/tools/KThread.h>
 
 #include <base/tools/KXmlParser.h>
+#include <base/tools/KXml.h>
 
 #endif  // KELVOR_KELVOR_H

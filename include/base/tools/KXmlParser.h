@@ -59,8 +59,10 @@ public:
   // default. Attribute names and texts are never changed.
   void SetTagUpCase(int bUpCase) { m_bTagUpCase = bUpCase; }
   int GetTagUpCase() const { return m_bTagUpCase; }
-  // Text made only of blanks between two pieces of markup is dropped unless
-  // this is on (off by default: indentation is not content).
+  // Layout is dropped unless this is on (off by default): text made only of
+  // blanks between two pieces of markup, and the one line break the tree
+  // writes before a start tag and after an end tag. With it on, every
+  // character of the content is reported.
   void SetKeepBlankText(int bKeep) { m_bKeepBlank = bKeep; }
   // Deepest element nesting accepted (default 10000).
   void SetMaxDepth(int nDepth) { m_nMaxDepth = nDepth > 0 ? nDepth : 1; }
