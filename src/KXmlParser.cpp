@@ -26,7 +26,7 @@ struct KXmlTables {
       const bool bCtl = c < 0x20 && c != '\t' && c != '\n';
       text[c] = c >= 0x80 ? T_HIGH : (bCtl || c == '<' || c == '&' || c == ']') ? T_SPECIAL : T_PLAIN;
       attr[c] = c >= 0x80 ? T_HIGH
-                : (c < 0x20 || c == '&' || c == '"' || c == '\'') ? T_SPECIAL
+                : (c < 0x20 || c == '&' || c == '"' || c == '\'' || c == '<') ? T_SPECIAL
                                                                    : T_PLAIN;
       const bool bStart = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':' ||
                           c >= 0x80;
@@ -137,6 +137,7 @@ struct CKXmlParser::Impl {
   bool m_bSeenRoot = false;
   bool m_bSeenDoctype = false;
   bool m_bUnknownDecls = false;  // entities may be declared where the parser does not read
+  bool m_bStandalone = false;
   bool m_bTextReal = false;      // the text buffer holds more than markup blanks
   size_t m_nTextLiteral = 0;     // where the last reference or CDATA ended in m_text
   int m_nLevel = 0;              // entity nesting
@@ -271,16 +272,10 @@ struct CKXmlParser::Impl {
     if (!IsXmlChar(v)) Fail(KXML_ERR_CHAR, pAt, "character reference to a character not allowed in XML");
     return v;
   }
-  // Whether a reference ("&name;" or "&#...;") starts at p; a lone '&' is text.
+  // Whether a reference ("&name;" or "&#...") starts at p; a lone '&' is text.
   static bool IsReference(const char* p, const char* pEnd) {
-    if (pEnd - p < 3) return false;
-    if (p[1] == '#') {
-      const char* q = p + 2;
-      if (q < pEnd && *q == 'x') ++q;
-      const char* d = q;
-      while (q < pEnd && ((*q >= '0' && *q <= '9') || (*q >= 'a' && *q <= 'f') || (*q >= 'A' && *q <= 'F'))) ++q;
-      return q > d && q < pEnd && *q == ';';
-    }
+    if (pEnd - p < 2) return false;
+    if (p[1] == '#') return true;  // must then be a good character reference
     const size_t n = NameLength(p + 1, pEnd);
     return n && p + 1 + n < pEnd && p[1 + n] == ';';
   }
@@ -356,11 +351,13 @@ struct CKXmlParser::Impl {
       const char c = *p;
       if (c == '<') {
         if (IsMarkup(p, pEnd)) return;
+        if (m_nLevel) Fail(KXML_ERR_SYNTAX, p, "'<' in entity text");
         m_text.Push('<');
         m_bTextReal = true;
         ++p;
       } else if (c == '&') {
         if (!IsReference(p, pEnd)) {
+          if (m_nLevel) Fail(KXML_ERR_SYNTAX, p, "'&' in entity text is not a reference");
           m_text.Push('&');
           m_bTextReal = true;
           ++p;
@@ -372,8 +369,9 @@ struct CKXmlParser::Impl {
         m_text.Push(']');
         ++p;
       } else if (c == '\r') {
-        m_text.Push('\n');
-        if (++p < pEnd && *p == '\n') ++p;
+        // A CR in replacement text came from a character reference: kept.
+        m_text.Push(m_nLevel ? '\r' : '\n');
+        if (++p < pEnd && *p == '\n' && !m_nLevel) ++p;
       } else if ((unsigned char)c >= 0x80) {
         p += High(p, pEnd, m_text);
       } else {
@@ -443,8 +441,13 @@ struct CKXmlParser::Impl {
       if (c == '"' || c == '\'') {
         b.Push(c);
         ++p;
+      } else if (c == '<') {
+        if (m_nLevel) Fail(KXML_ERR_SYNTAX, p, "'<' in an attribute value");
+        b.Push(c);
+        ++p;
       } else if (c == '&') {
         if (!IsReference(p, pEnd)) {
+          if (m_nLevel) Fail(KXML_ERR_SYNTAX, p, "'&' in an attribute value is not a reference");
           b.Push('&');
           ++p;
         } else if (p[1] == '#') {
@@ -704,6 +707,7 @@ struct CKXmlParser::Impl {
       s = e + 1;
     }
     if (!nNext) Fail(KXML_ERR_SYNTAX, pAt, "version missing in the XML declaration");
+    m_bStandalone = m_attrs.GetValue("standalone") == "yes";
     const CKString strEnc = m_attrs.GetValue("encoding");
     if (strEnc.GetLength()) {
       if (!strEnc.CompareNoCase("UTF-16") || !strEnc.CompareNoCase("UTF16"))
@@ -769,7 +773,7 @@ struct CKXmlParser::Impl {
     NeedBlank(p, pEnd);
     Name(p, pEnd, m_name);
     const char* q = SkipBlanks(p, pEnd);
-    if (q > p && ExternalId(q, pEnd)) m_bUnknownDecls = true;
+    if (q > p && ExternalId(q, pEnd) && !m_bStandalone) m_bUnknownDecls = true;
     p = SkipBlanks(q, pEnd);
     if (p < pEnd && *p == '[') {
       ++p;
@@ -795,7 +799,7 @@ struct CKXmlParser::Impl {
         if (!NameLength(p, pEnd)) Fail(KXML_ERR_SYNTAX, pAt, "malformed parameter entity reference");
         Name(p, pEnd, m_name);
         Expect(p, pEnd, ';', "';' expected");
-        m_bUnknownDecls = true;
+        if (!m_bStandalone) m_bUnknownDecls = true;
       } else if (At(p, pEnd, "<!--", 4)) {
         Comment(p, pEnd);
       } else if (At(p, pEnd, "<?", 2)) {
