@@ -387,8 +387,11 @@ int CKXmlParserDOM::OnEnd() {
   return TRUE;
 }
 int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes) {
-  m_Tree.SetAsCurrentNode(m_Tree.AddChild(szName));
-  m_Tree.SetParamValue(pAttributes);
+  CKXmlTreeNode* p = m_Tree.AddChild(szName);
+  m_Tree.SetAsCurrentNode(p);
+  // The new node has no attributes yet: a copy of the list is the same as
+  // appending each pair, and shares the texts instead of copying them.
+  if (pAttributes && pAttributes->Count()) p->CKListParamValue::operator=(*pAttributes);
   return TRUE;
 }
 int CKXmlParserDOM::OnEndTag(const char*) {

@@ -151,7 +151,7 @@ struct CKXmlParser::Impl {
   int m_nLevel = 0;              // entity nesting
   size_t m_nExpanded = 0;
   size_t m_nExpandLimit = 0;
-  Buf m_text, m_name, m_value, m_stack, m_pi;
+  Buf m_text, m_name, m_value, m_attName, m_stack, m_pi;
   std::vector<size_t> m_open;  // start of each open element's name in m_stack
   std::vector<Entity> m_entities;
   std::vector<AttDef> m_attDefs;
@@ -531,14 +531,13 @@ struct CKXmlParser::Impl {
       if (q == p) Fail(KXML_ERR_SYNTAX, q, "white space expected before an attribute");
       p = q;
       const char* pName = p;
-      Name(p, pEnd, m_value);
-      const CKString strName(m_value.CStr());
+      Name(p, pEnd, m_attName);
       p = SkipBlanks(p, pEnd);
       Expect(p, pEnd, '=', "'=' expected after an attribute name");
       p = SkipBlanks(p, pEnd);
       AttValue(p, pEnd, m_value);
-      if (m_attrs.Find(strName) >= 0) Fail(KXML_ERR_SYNTAX, pName, "duplicate attribute");
-      m_attrs.AddValue(strName, m_value.CStr());
+      if (m_attrs.Find(m_attName.CStr()) >= 0) Fail(KXML_ERR_SYNTAX, pName, "duplicate attribute");
+      m_attrs.AddValue(m_attName.CStr(), m_value.CStr());
     }
     if (!m_attDefs.empty()) ApplyAttDefs();
     if ((int)m_open.size() >= m_parser.m_nMaxDepth) Fail(KXML_ERR_DEPTH, pAt, "elements nested too deeply");
