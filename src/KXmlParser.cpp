@@ -129,6 +129,50 @@ struct AttDef {
   bool bDefault;
 };
 
+// The attributes handed to OnStartTag. Between tags the pairs' string
+// objects are parked and reused, so a tag costs no allocation once the
+// parser is warm (unless a handler kept a copy of a text).
+class AttrList : public CKListParamValue {
+public:
+  AttrList() {}
+  AttrList(const AttrList&) = delete;
+  AttrList& operator=(const AttrList&) = delete;
+  ~AttrList() override {
+    for (CKString* p : m_spare) delete p;
+  }
+  void Reset() {
+    Park(m_ListParam);
+    Park(m_ListValue);
+  }
+  void Add(const char* szName, const char* szValue) {
+    Put(m_ListParam, szName);
+    Put(m_ListValue, szValue);
+  }
+
+private:
+  void Park(CKList& l) {
+    while (l.Count()) {
+      CKString* p = (CKString*)l.PileRemove(l.Count() - 1);
+      if (p) m_spare.push_back(p);
+    }
+  }
+  void Put(CKList& l, const char* sz) {
+    CKString* p;
+    if (m_spare.empty()) {
+      p = new CKString(sz);
+    } else {
+      p = m_spare.back();
+      m_spare.pop_back();
+      *p = sz;
+    }
+    if (l.PileAdd(p) < 0) {
+      delete p;
+      throw CKMemoryException(KSRC_PATH, __LINE__);
+    }
+  }
+  std::vector<CKString*> m_spare;
+};
+
 // Thrown once the error is recorded; caught by Parse.
 struct KXmlStop {};
 
@@ -157,7 +201,7 @@ struct CKXmlParser::Impl {
   std::vector<AttDef> m_attDefs;
   bool m_bInDtd = false;     // no text tolerance in declarations
   bool m_bSkipDecls = false;  // after an unread parameter entity: declarations not processed
-  CKListParamValue m_attrs;
+  AttrList m_attrs;
 
   explicit Impl(CKXmlParser& parser) : m_parser(parser) {}
 
@@ -513,7 +557,7 @@ struct CKXmlParser::Impl {
     const char* pAt = p;
     ++p;
     Name(p, pEnd, m_name);
-    m_attrs.Empty();
+    m_attrs.Reset();
     bool bEmpty = false;
     for (;;) {
       const char* q = SkipBlanks(p, pEnd);
@@ -537,7 +581,7 @@ struct CKXmlParser::Impl {
       p = SkipBlanks(p, pEnd);
       AttValue(p, pEnd, m_value);
       if (m_attrs.Find(m_attName.CStr()) >= 0) Fail(KXML_ERR_SYNTAX, pName, "duplicate attribute");
-      m_attrs.AddValue(m_attName.CStr(), m_value.CStr());
+      m_attrs.Add(m_attName.CStr(), m_value.CStr());
     }
     if (!m_attDefs.empty()) ApplyAttDefs();
     if ((int)m_open.size() >= m_parser.m_nMaxDepth) Fail(KXML_ERR_DEPTH, pAt, "elements nested too deeply");
