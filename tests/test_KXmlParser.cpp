@@ -431,8 +431,8 @@ TEST(KXmlParser, ConformanceSuite) {
     }
   }
   EXPECT_EQ(seen.size(), validExceptions.size() + tolerated.size());
-  printf("xmltest: valid/sa %d/%d canonical forms equal (%zu listed), not-wf/sa %d/%d rejected (%zu tolerated)\n",
-         nValidOk, nValid, validExceptions.size(), nRejected, nNotWf, tolerated.size());
+  printf("xmltest: valid/sa %d/%d canonical forms equal (%d listed), not-wf/sa %d/%d rejected (%d tolerated)\n",
+         nValidOk, nValid, (int)validExceptions.size(), nRejected, nNotWf, (int)tolerated.size());
   EXPECT_GT(nValid, 100);
   EXPECT_GT(nNotWf, 100);
 }
