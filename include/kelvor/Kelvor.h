@@ -30,4 +30,7 @@
 #include <base/tools/KGZFile.h>
 #include <base/tools/KByteStream.h>
 
+#include <base/tools/KXmlParser.h>
+#include <base/tools/KXml.h>
+
 #endif  // KELVOR_KELVOR_H
