@@ -26,5 +26,8 @@
 #include <base/tools/KDateTime.h>
 #include <base/tools/KLogFile.h>
 #include <base/tools/KThread.h>
+#include <base/tools/KMd5.h>
+#include <base/tools/KSha1.h>
+#include <base/tools/KMath.h>
 
 #endif  // KELVOR_KELVOR_H

@@ -1,0 +1,265 @@
+// MD5 (RFC 1321) and HMAC-MD5 (RFC 2104). One pass over the data: whole
+// blocks are hashed straight from the caller's memory, only the tail is
+// buffered.
+#define KSRC_PATH "src/KMd5"
+
+#include <base/tools/KMd5.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <base/tools/KDebug.h>
+#include "platform/KPlatformFile.h"
+
+namespace {
+
+inline uint32_t Rotl(uint32_t x, int n) { return (x << n) | (x >> (32 - n)); }
+
+inline uint32_t LoadLE32(const unsigned char* p) {
+  return (uint32_t)p[0] | ((uint32_t)p[1] << 8) | ((uint32_t)p[2] << 16) | ((uint32_t)p[3] << 24);
+}
+
+inline void StoreLE32(unsigned char* p, uint32_t v) {
+  p[0] = (unsigned char)v;
+  p[1] = (unsigned char)(v >> 8);
+  p[2] = (unsigned char)(v >> 16);
+  p[3] = (unsigned char)(v >> 24);
+}
+
+// The round functions in their cheapest forms: F and G as selections, G's two
+// halves added separately (they never share a bit), so the adds need not
+// wait for the whole function.
+#define KF(a, b, c, d, x, s, t) a = b + Rotl(a + (d ^ (b & (c ^ d))) + x + t, s)
+#define KG(a, b, c, d, x, s, t) a = b + Rotl(a + (c & ~d) + x + t + (b & d), s)
+#define KH(a, b, c, d, x, s, t) a = b + Rotl(a + (b ^ c ^ d) + x + t, s)
+#define KI(a, b, c, d, x, s, t) a = b + Rotl(a + (c ^ (b | ~d)) + x + t, s)
+
+void Blocks(uint32_t h[4], const unsigned char* p, size_t nBlocks) {
+  uint32_t a = h[0], b = h[1], c = h[2], d = h[3];
+  for (; nBlocks; --nBlocks, p += MD5_DATA_SIZE) {
+    uint32_t w[16];
+    for (int i = 0; i < 16; ++i) w[i] = LoadLE32(p + 4 * i);
+    const uint32_t a0 = a, b0 = b, c0 = c, d0 = d;
+  KF(a, b, c, d, w[0], 7, 0xd76aa478u);
+  KF(d, a, b, c, w[1], 12, 0xe8c7b756u);
+  KF(c, d, a, b, w[2], 17, 0x242070dbu);
+  KF(b, c, d, a, w[3], 22, 0xc1bdceeeu);
+  KF(a, b, c, d, w[4], 7, 0xf57c0fafu);
+  KF(d, a, b, c, w[5], 12, 0x4787c62au);
+  KF(c, d, a, b, w[6], 17, 0xa8304613u);
+  KF(b, c, d, a, w[7], 22, 0xfd469501u);
+  KF(a, b, c, d, w[8], 7, 0x698098d8u);
+  KF(d, a, b, c, w[9], 12, 0x8b44f7afu);
+  KF(c, d, a, b, w[10], 17, 0xffff5bb1u);
+  KF(b, c, d, a, w[11], 22, 0x895cd7beu);
+  KF(a, b, c, d, w[12], 7, 0x6b901122u);
+  KF(d, a, b, c, w[13], 12, 0xfd987193u);
+  KF(c, d, a, b, w[14], 17, 0xa679438eu);
+  KF(b, c, d, a, w[15], 22, 0x49b40821u);
+  KG(a, b, c, d, w[1], 5, 0xf61e2562u);
+  KG(d, a, b, c, w[6], 9, 0xc040b340u);
+  KG(c, d, a, b, w[11], 14, 0x265e5a51u);
+  KG(b, c, d, a, w[0], 20, 0xe9b6c7aau);
+  KG(a, b, c, d, w[5], 5, 0xd62f105du);
+  KG(d, a, b, c, w[10], 9, 0x02441453u);
+  KG(c, d, a, b, w[15], 14, 0xd8a1e681u);
+  KG(b, c, d, a, w[4], 20, 0xe7d3fbc8u);
+  KG(a, b, c, d, w[9], 5, 0x21e1cde6u);
+  KG(d, a, b, c, w[14], 9, 0xc33707d6u);
+  KG(c, d, a, b, w[3], 14, 0xf4d50d87u);
+  KG(b, c, d, a, w[8], 20, 0x455a14edu);
+  KG(a, b, c, d, w[13], 5, 0xa9e3e905u);
+  KG(d, a, b, c, w[2], 9, 0xfcefa3f8u);
+  KG(c, d, a, b, w[7], 14, 0x676f02d9u);
+  KG(b, c, d, a, w[12], 20, 0x8d2a4c8au);
+  KH(a, b, c, d, w[5], 4, 0xfffa3942u);
+  KH(d, a, b, c, w[8], 11, 0x8771f681u);
+  KH(c, d, a, b, w[11], 16, 0x6d9d6122u);
+  KH(b, c, d, a, w[14], 23, 0xfde5380cu);
+  KH(a, b, c, d, w[1], 4, 0xa4beea44u);
+  KH(d, a, b, c, w[4], 11, 0x4bdecfa9u);
+  KH(c, d, a, b, w[7], 16, 0xf6bb4b60u);
+  KH(b, c, d, a, w[10], 23, 0xbebfbc70u);
+  KH(a, b, c, d, w[13], 4, 0x289b7ec6u);
+  KH(d, a, b, c, w[0], 11, 0xeaa127fau);
+  KH(c, d, a, b, w[3], 16, 0xd4ef3085u);
+  KH(b, c, d, a, w[6], 23, 0x04881d05u);
+  KH(a, b, c, d, w[9], 4, 0xd9d4d039u);
+  KH(d, a, b, c, w[12], 11, 0xe6db99e5u);
+  KH(c, d, a, b, w[15], 16, 0x1fa27cf8u);
+  KH(b, c, d, a, w[2], 23, 0xc4ac5665u);
+  KI(a, b, c, d, w[0], 6, 0xf4292244u);
+  KI(d, a, b, c, w[7], 10, 0x432aff97u);
+  KI(c, d, a, b, w[14], 15, 0xab9423a7u);
+  KI(b, c, d, a, w[5], 21, 0xfc93a039u);
+  KI(a, b, c, d, w[12], 6, 0x655b59c3u);
+  KI(d, a, b, c, w[3], 10, 0x8f0ccc92u);
+  KI(c, d, a, b, w[10], 15, 0xffeff47du);
+  KI(b, c, d, a, w[1], 21, 0x85845dd1u);
+  KI(a, b, c, d, w[8], 6, 0x6fa87e4fu);
+  KI(d, a, b, c, w[15], 10, 0xfe2ce6e0u);
+  KI(c, d, a, b, w[6], 15, 0xa3014314u);
+  KI(b, c, d, a, w[13], 21, 0x4e0811a1u);
+  KI(a, b, c, d, w[4], 6, 0xf7537e82u);
+  KI(d, a, b, c, w[11], 10, 0xbd3af235u);
+  KI(c, d, a, b, w[2], 15, 0x2ad7d2bbu);
+  KI(b, c, d, a, w[9], 21, 0xeb86d391u);
+    a += a0;
+    b += b0;
+    c += c0;
+    d += d0;
+  }
+  h[0] = a;
+  h[1] = b;
+  h[2] = c;
+  h[3] = d;
+}
+
+#undef KF
+#undef KG
+#undef KH
+#undef KI
+
+CKString Hex(const unsigned char* p, int n) {
+  static const char s_szDigits[] = "0123456789abcdef";
+  CKString s;
+  char* q = s.GetBuffer(2 * n);
+  for (int i = 0; i < n; ++i) {
+    q[2 * i] = s_szDigits[p[i] >> 4];
+    q[2 * i + 1] = s_szDigits[p[i] & 15];
+  }
+  s.ReleaseBuffer(2 * n);
+  return s;
+}
+
+CKString Md5Hex(const void* p, size_t n) {
+  KMd5Data ctx;
+  unsigned char digest[MD5_DIGEST_SIZE];
+  KMd5Init(&ctx);
+  KMd5Update(&ctx, p, n);
+  KMd5Final(&ctx, digest);
+  return Hex(digest, MD5_DIGEST_SIZE);
+}
+
+}  // namespace
+
+void KMd5Init(KMd5Data* ctx) {
+  KASSERT_RET(ctx);
+  ctx->state[0] = 0x67452301u;
+  ctx->state[1] = 0xefcdab89u;
+  ctx->state[2] = 0x98badcfeu;
+  ctx->state[3] = 0x10325476u;
+  ctx->count = 0;
+  ctx->index = 0;
+}
+
+void KMd5Update(KMd5Data* ctx, const void* data, size_t len) {
+  KASSERT_RET(ctx);
+  if (!len) return;
+  KASSERT_RET(data);
+  const unsigned char* p = (const unsigned char*)data;
+  ctx->count += len;
+  if (ctx->index) {
+    size_t n = MD5_DATA_SIZE - ctx->index;
+    if (n > len) n = len;
+    memcpy(ctx->block + ctx->index, p, n);
+    ctx->index += (unsigned)n;
+    p += n;
+    len -= n;
+    if (ctx->index < MD5_DATA_SIZE) return;
+    Blocks(ctx->state, ctx->block, 1);
+    ctx->index = 0;
+  }
+  if (len >= MD5_DATA_SIZE) {
+    Blocks(ctx->state, p, len / MD5_DATA_SIZE);
+    p += len & ~(size_t)(MD5_DATA_SIZE - 1);
+    len &= MD5_DATA_SIZE - 1;
+  }
+  memcpy(ctx->block, p, len);
+  ctx->index = (unsigned)len;
+}
+
+void KMd5Final(KMd5Data* ctx, unsigned char digest[MD5_DIGEST_SIZE]) {
+  KASSERT_RET(ctx && digest);
+  const uint64_t nBits = ctx->count << 3;
+  unsigned i = ctx->index;
+  ctx->block[i++] = 0x80;
+  if (i > MD5_DATA_SIZE - 8) {
+    memset(ctx->block + i, 0, MD5_DATA_SIZE - i);
+    Blocks(ctx->state, ctx->block, 1);
+    i = 0;
+  }
+  memset(ctx->block + i, 0, MD5_DATA_SIZE - 8 - i);
+  StoreLE32(ctx->block + 56, (uint32_t)nBits);
+  StoreLE32(ctx->block + 60, (uint32_t)(nBits >> 32));
+  Blocks(ctx->state, ctx->block, 1);
+  for (int k = 0; k < 4; ++k) StoreLE32(digest + 4 * k, ctx->state[k]);
+  KMd5Init(ctx);
+}
+
+CKString KMd5GetString(const char* sz) { return Md5Hex(sz, sz ? strlen(sz) : 0); }
+
+namespace {
+
+// The shape of a failed file digest: 32 characters, blanks, which no digest
+// comparison can match.
+CKString NoDigest() {
+  CKString s;
+  memset(s.GetBuffer(32), ' ', 32);
+  s.ReleaseBuffer(32);
+  return s;
+}
+
+}  // namespace
+
+CKString KMd5Get(const char* szPath, int nMax) {
+  FILE* f = szPath ? kplat::FileOpen(szPath, "rb") : nullptr;
+  if (!f) return NoDigest();
+  size_t nLeft = nMax < 0 ? 2147483647u : (size_t)nMax;
+  KMd5Data ctx;
+  KMd5Init(&ctx);
+  static const size_t kBlock = 65536;
+  unsigned char* buf = (unsigned char*)malloc(kBlock);
+  if (!buf) {
+    fclose(f);
+    KLog(KLOG_ERROR, "ERROR => KMd5Get: no memory for the read block");
+    return NoDigest();
+  }
+  while (nLeft) {
+    const size_t nWant = nLeft < kBlock ? nLeft : kBlock;
+    const size_t nGot = fread(buf, 1, nWant, f);
+    KMd5Update(&ctx, buf, nGot);
+    nLeft -= nGot;
+    if (nGot < nWant) break;
+  }
+  free(buf);
+  fclose(f);
+  unsigned char digest[MD5_DIGEST_SIZE];
+  KMd5Final(&ctx, digest);
+  return Hex(digest, MD5_DIGEST_SIZE);
+}
+
+CKString KMd5Cram(unsigned char* text, unsigned char* key) {
+  const size_t nText = text ? strlen((const char*)text) : 0;
+  size_t nKey = key ? strlen((const char*)key) : 0;
+  unsigned char k[MD5_DATA_SIZE] = {0};
+  KMd5Data ctx;
+  KMd5Init(&ctx);
+  if (nKey > MD5_DATA_SIZE) {
+    KMd5Update(&ctx, key, nKey);
+    KMd5Final(&ctx, k);
+  } else if (nKey) {
+    memcpy(k, key, nKey);
+  }
+  unsigned char pad[MD5_DATA_SIZE], inner[MD5_DIGEST_SIZE], outer[MD5_DIGEST_SIZE];
+  for (int i = 0; i < MD5_DATA_SIZE; ++i) pad[i] = (unsigned char)(k[i] ^ 0x36);
+  KMd5Update(&ctx, pad, sizeof(pad));
+  KMd5Update(&ctx, text, nText);
+  KMd5Final(&ctx, inner);
+  for (int i = 0; i < MD5_DATA_SIZE; ++i) pad[i] = (unsigned char)(k[i] ^ 0x5C);
+  KMd5Update(&ctx, pad, sizeof(pad));
+  KMd5Update(&ctx, inner, sizeof(inner));
+  KMd5Final(&ctx, outer);
+  return Hex(outer, MD5_DIGEST_SIZE);
+}
