@@ -27,13 +27,14 @@ inline void StoreLE32(unsigned char* p, uint32_t v) {
   p[3] = (unsigned char)(v >> 24);
 }
 
-// The round functions in their cheapest forms: F and G as selections, G's two
-// halves added separately (they never share a bit), so the adds need not
-// wait for the whole function.
-#define KF(a, b, c, d, x, s, t) a = b + Rotl(a + (d ^ (b & (c ^ d))) + x + t, s)
-#define KG(a, b, c, d, x, s, t) a = b + Rotl(a + (c & ~d) + x + t + (b & d), s)
-#define KH(a, b, c, d, x, s, t) a = b + Rotl(a + (b ^ c ^ d) + x + t, s)
-#define KI(a, b, c, d, x, s, t) a = b + Rotl(a + (c ^ (b | ~d)) + x + t, s)
+// The round functions in their cheapest forms, with the terms that do not
+// wait for the previous step (a, the word, the constant; G's half without b)
+// summed first: only the last add and the rotation sit on the dependency
+// chain. G's two halves never share a bit, so they can be added.
+#define KF(a, b, c, d, x, s, t) a = b + Rotl(a + x + t + (d ^ (b & (c ^ d))), s)
+#define KG(a, b, c, d, x, s, t) a = b + Rotl(a + x + t + (c & ~d) + (b & d), s)
+#define KH(a, b, c, d, x, s, t) a = b + Rotl(a + x + t + (b ^ c ^ d), s)
+#define KI(a, b, c, d, x, s, t) a = b + Rotl(a + x + t + (c ^ (b | ~d)), s)
 
 void Blocks(uint32_t h[4], const unsigned char* p, size_t nBlocks) {
   uint32_t a = h[0], b = h[1], c = h[2], d = h[3];

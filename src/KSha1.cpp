@@ -39,12 +39,13 @@ inline void StoreBE32(unsigned char* p, uint32_t v) {
 }
 
 // ---------------------------------------------------------------- portable
-// One step; the caller rotates the five names instead of moving values.
-#define KR0(a, b, c, d, e, x) e += Rotl(a, 5) + (d ^ (b & (c ^ d))) + 0x5A827999u + x, b = Rotl(b, 30)
-#define KR1(a, b, c, d, e, x) e += Rotl(a, 5) + (b ^ c ^ d) + 0x6ED9EBA1u + x, b = Rotl(b, 30)
+// One step; the caller rotates the five names instead of moving values. The
+// newest value, a, is added last so that the rest is summed while it is made.
+#define KR0(a, b, c, d, e, x) e += x + 0x5A827999u + (d ^ (b & (c ^ d))) + Rotl(a, 5), b = Rotl(b, 30)
+#define KR1(a, b, c, d, e, x) e += x + 0x6ED9EBA1u + (b ^ c ^ d) + Rotl(a, 5), b = Rotl(b, 30)
 #define KR2(a, b, c, d, e, x) \
-  e += Rotl(a, 5) + ((b & c) + (d & (b ^ c))) + 0x8F1BBCDCu + x, b = Rotl(b, 30)
-#define KR3(a, b, c, d, e, x) e += Rotl(a, 5) + (b ^ c ^ d) + 0xCA62C1D6u + x, b = Rotl(b, 30)
+  e += x + 0x8F1BBCDCu + ((b & c) + (d & (b ^ c))) + Rotl(a, 5), b = Rotl(b, 30)
+#define KR3(a, b, c, d, e, x) e += x + 0xCA62C1D6u + (b ^ c ^ d) + Rotl(a, 5), b = Rotl(b, 30)
 // The message schedule in a 16-word ring.
 #define L(i) (w[i] = LoadBE32(p + 4 * (i)))
 #define S(i) \
