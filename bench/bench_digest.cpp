@@ -7,6 +7,7 @@
 #include <openssl/sha.h>
 
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -132,7 +133,7 @@ int main(int argc, char** argv) {
       if (!rep.rates.count(a) || !rep.rates.count(b) || rep.rates[b] <= 0) continue;
       const double r = rep.rates[a] / rep.rates[b];
       printf("%-15s %-11s Kelvor %8.1f MB/s  OpenSSL %8.1f MB/s  ratio %.3f", p.szWhat,
-             szArg[1] ? "64 MiB" : "64-byte msg", rep.rates[a] / 1e6, rep.rates[b] / 1e6, r);
+             strlen(szArg) > 2 ? "64 MiB" : "64-byte msg", rep.rates[a] / 1e6, rep.rates[b] / 1e6, r);
       if (p.dGoal > 0) printf("  (goal %.2f: %s)", p.dGoal, r >= p.dGoal ? "met" : "missed");
       printf("\n");
     }

@@ -32,10 +32,15 @@ inline uint32_t LoadBE32(const unsigned char* p) {
 }
 
 inline void StoreBE32(unsigned char* p, uint32_t v) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  v = __builtin_bswap32(v);
+  memcpy(p, &v, 4);
+#else
   p[0] = (unsigned char)(v >> 24);
   p[1] = (unsigned char)(v >> 16);
   p[2] = (unsigned char)(v >> 8);
   p[3] = (unsigned char)v;
+#endif
 }
 
 // ---------------------------------------------------------------- portable
@@ -173,8 +178,9 @@ void BlocksPortable(uint32_t h[5], const unsigned char* p, size_t nBlocks) {
 __attribute__((target("sha,sse4.1"))) void BlocksHardware(uint32_t h[5], const unsigned char* p,
                                                           size_t nBlocks) {
   const __m128i mask = _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-  __m128i abcd = _mm_set_epi32((int)h[0], (int)h[1], (int)h[2], (int)h[3]);
-  __m128i e0 = _mm_set_epi32((int)h[4], 0, 0, 0);
+  // h[0] to h[3] reversed into the lanes: A on top.
+  __m128i abcd = _mm_shuffle_epi32(_mm_loadu_si128((const __m128i*)(const void*)h), 0x1B);
+  __m128i e0 = _mm_insert_epi32(_mm_setzero_si128(), (int)h[4], 3);
   for (; nBlocks; --nBlocks, p += SHA1_DATA_SIZE) {
     const __m128i abcdSave = abcd, eSave = e0;
     __m128i m0 = _mm_shuffle_epi8(_mm_loadu_si128((const __m128i*)(const void*)p), mask);
@@ -206,10 +212,7 @@ __attribute__((target("sha,sse4.1"))) void BlocksHardware(uint32_t h[5], const u
     e0 = _mm_sha1nexte_epu32(prev, eSave);
     abcd = _mm_add_epi32(abcd, abcdSave);
   }
-  h[0] = (uint32_t)_mm_extract_epi32(abcd, 3);
-  h[1] = (uint32_t)_mm_extract_epi32(abcd, 2);
-  h[2] = (uint32_t)_mm_extract_epi32(abcd, 1);
-  h[3] = (uint32_t)_mm_extract_epi32(abcd, 0);
+  _mm_storeu_si128((__m128i*)(void*)h, _mm_shuffle_epi32(abcd, 0x1B));
   h[4] = (uint32_t)_mm_extract_epi32(e0, 3);
 }
 
@@ -305,9 +308,13 @@ void KSha1Digest(KSha1Data* ctx, unsigned int length, unsigned char* digest) {
   StoreBE32(ctx->block + 56, ctx->count_high);
   StoreBE32(ctx->block + 60, ctx->count_low);
   Blocks(ctx->digest, ctx->block, 1);
-  unsigned char full[SHA1_DIGEST_SIZE];
-  for (int k = 0; k < 5; ++k) StoreBE32(full + 4 * k, ctx->digest[k]);
-  if (length) memcpy(digest, full, length);
+  if (length == SHA1_DIGEST_SIZE) {
+    for (int k = 0; k < 5; ++k) StoreBE32(digest + 4 * k, ctx->digest[k]);
+  } else if (length) {
+    unsigned char full[SHA1_DIGEST_SIZE];
+    for (int k = 0; k < 5; ++k) StoreBE32(full + 4 * k, ctx->digest[k]);
+    memcpy(digest, full, length);
+  }
   KSha1Init(ctx);
 }
 
