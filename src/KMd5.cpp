@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include <base/tools/KDebug.h>
+#include "KDigestBlock.h"
 #include "platform/KPlatformFile.h"
 
 namespace {
@@ -185,39 +186,16 @@ void KMd5Update(KMd5Data* ctx, const void* data, size_t len) {
   KASSERT_RET(ctx);
   if (!len) return;
   KASSERT_RET(data);
-  const unsigned char* p = (const unsigned char*)data;
   ctx->count += len;
-  if (ctx->index) {
-    size_t n = MD5_DATA_SIZE - ctx->index;
-    if (n > len) n = len;
-    memcpy(ctx->block + ctx->index, p, n);
-    ctx->index += (unsigned)n;
-    p += n;
-    len -= n;
-    if (ctx->index < MD5_DATA_SIZE) return;
-    Blocks(ctx->state, ctx->block, 1);
-    ctx->index = 0;
-  }
-  if (len >= MD5_DATA_SIZE) {
-    Blocks(ctx->state, p, len / MD5_DATA_SIZE);
-    p += len & ~(size_t)(MD5_DATA_SIZE - 1);
-    len &= MD5_DATA_SIZE - 1;
-  }
-  memcpy(ctx->block, p, len);
-  ctx->index = (unsigned)len;
+  kdigest::Feed(ctx->block, ctx->index, (const unsigned char*)data, len,
+                [ctx](const unsigned char* q, size_t n) { Blocks(ctx->state, q, n); });
 }
 
 void KMd5Final(KMd5Data* ctx, unsigned char digest[MD5_DIGEST_SIZE]) {
   KASSERT_RET(ctx && digest);
   const uint64_t nBits = ctx->count << 3;
-  unsigned i = ctx->index;
-  ctx->block[i++] = 0x80;
-  if (i > MD5_DATA_SIZE - 8) {
-    memset(ctx->block + i, 0, MD5_DATA_SIZE - i);
-    Blocks(ctx->state, ctx->block, 1);
-    i = 0;
-  }
-  memset(ctx->block + i, 0, MD5_DATA_SIZE - 8 - i);
+  kdigest::Pad(ctx->block, ctx->index,
+               [ctx](const unsigned char* q, size_t n) { Blocks(ctx->state, q, n); });
   StoreLE32(ctx->block + 56, (uint32_t)nBits);
   StoreLE32(ctx->block + 60, (uint32_t)(nBits >> 32));
   Blocks(ctx->state, ctx->block, 1);

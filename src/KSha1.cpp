@@ -13,6 +13,7 @@
 #include <base/tools/KDebug.h>
 #include <base/tools/KStr.h>
 #include <base/tools/KThread.h>
+#include "KDigestBlock.h"
 #include "platform/KPlatformFile.h"
 
 #if defined(__x86_64__) || defined(__i386__)
@@ -273,38 +274,16 @@ void KSha1Update(KSha1Data* ctx, unsigned int len, const unsigned char* data) {
       (((uint64_t)ctx->count_high << 32) | ctx->count_low) + ((uint64_t)len << 3);
   ctx->count_low = (uint32_t)nBits;
   ctx->count_high = (uint32_t)(nBits >> 32);
-  if (ctx->index) {
-    unsigned n = SHA1_DATA_SIZE - ctx->index;
-    if (n > len) n = len;
-    memcpy(ctx->block + ctx->index, data, n);
-    ctx->index += n;
-    data += n;
-    len -= n;
-    if (ctx->index < SHA1_DATA_SIZE) return;
-    Blocks(ctx->digest, ctx->block, 1);
-    ctx->index = 0;
-  }
-  if (len >= SHA1_DATA_SIZE) {
-    Blocks(ctx->digest, data, len / SHA1_DATA_SIZE);
-    data += len & ~(unsigned)(SHA1_DATA_SIZE - 1);
-    len &= SHA1_DATA_SIZE - 1;
-  }
-  memcpy(ctx->block, data, len);
-  ctx->index = len;
+  kdigest::Feed(ctx->block, ctx->index, data, len,
+                [ctx](const unsigned char* q, size_t n) { Blocks(ctx->digest, q, n); });
 }
 
 void KSha1Digest(KSha1Data* ctx, unsigned int length, unsigned char* digest) {
   KASSERT_RET(ctx);
   KASSERT_RET(length <= SHA1_DIGEST_SIZE);
   KASSERT_RET(digest || !length);
-  unsigned i = ctx->index;
-  ctx->block[i++] = 0x80;
-  if (i > SHA1_DATA_SIZE - 8) {
-    memset(ctx->block + i, 0, SHA1_DATA_SIZE - i);
-    Blocks(ctx->digest, ctx->block, 1);
-    i = 0;
-  }
-  memset(ctx->block + i, 0, SHA1_DATA_SIZE - 8 - i);
+  kdigest::Pad(ctx->block, ctx->index,
+               [ctx](const unsigned char* q, size_t n) { Blocks(ctx->digest, q, n); });
   StoreBE32(ctx->block + 56, ctx->count_high);
   StoreBE32(ctx->block + 60, ctx->count_low);
   Blocks(ctx->digest, ctx->block, 1);
