@@ -94,18 +94,26 @@ void BM_Sha1_OpenSSL(benchmark::State& state) {
 
 const int64_t kBig = 64 << 20;
 
-// Keeps each run's bytes per second by name.
+// Keeps each benchmark's bytes per second by name: the median when the run
+// is repeated (--benchmark_repetitions), else the one measurement.
 class Collector : public benchmark::ConsoleReporter {
 public:
   void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs)
-      if (r.run_type == Run::RT_Iteration && !r.error_occurred) {
-        auto it = r.counters.find("bytes_per_second");
-        if (it != r.counters.end()) rates[r.benchmark_name()] = it->second.value;
+    for (const Run& r : runs) {
+      auto it = r.counters.find("bytes_per_second");
+      if (r.error_occurred || it == r.counters.end()) continue;
+      const std::string strName = r.run_name.str();
+      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median") {
+        rates[strName] = it->second.value;
+        medians[strName] = true;
+      } else if (r.run_type == Run::RT_Iteration && !medians[strName]) {
+        rates[strName] = it->second.value;
       }
+    }
     ConsoleReporter::ReportRuns(runs);
   }
   std::map<std::string, double> rates;
+  std::map<std::string, bool> medians;
 };
 
 }  // namespace
