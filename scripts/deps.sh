@@ -2,9 +2,10 @@
 # Installs the build and test dependencies that are missing (Debian 12, as root).
 set -euo pipefail
 # g++-multilib and lib32z1-dev serve the 32-bit build, which compiles GoogleTest
-# from the googletest source package.
+# from the googletest source package. libssl-dev is the digest benchmark's
+# peer; python3 and coreutils (md5sum, sha1sum) the digest tests' peers.
 pkgs=(g++ clang cmake ninja-build make pkg-config zlib1g-dev libgtest-dev libbenchmark-dev tzdata
-      g++-multilib lib32z1-dev googletest)
+      g++-multilib lib32z1-dev googletest libssl-dev python3 coreutils)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
