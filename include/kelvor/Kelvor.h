@@ -32,5 +32,8 @@
 
 #include <base/tools/KXmlParser.h>
 #include <base/tools/KXml.h>
+#include <base/tools/KMd5.h>
+#include <base/tools/KSha1.h>
+#include <base/tools/KMath.h>
 
 #endif  // KELVOR_KELVOR_H
