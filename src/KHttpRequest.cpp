@@ -340,13 +340,18 @@ int CKHttpMiniServer::StartServer() {
 }
 
 int CKHttpMiniServer::AcceptNewConnections() {
-  CKSocket connection;
-  if (!Accept(connection, TRUE)) return FALSE;
-  if (!connection.IsValid()) return TRUE;
-  CKHttpMiniClient* pClient = GetNewClient();
-  if (!pClient) return TRUE;
-  ++m_nClients;
-  pClient->SetSocket(connection, this);
+  CKHttpMiniClient* pClient = nullptr;
+  {
+    // The accepted socket's block is shared without a lock: this copy must be
+    // gone before the client's thread can drop its own.
+    CKSocket connection;
+    if (!Accept(connection, TRUE)) return FALSE;
+    if (!connection.IsValid()) return TRUE;
+    pClient = GetNewClient();
+    if (!pClient) return TRUE;
+    ++m_nClients;
+    pClient->SetSocket(connection, this);
+  }
   if (!pClient->Start()) {
     delete pClient;  // never started: it is still ours (and counts itself out)
   }

@@ -15,7 +15,12 @@
 #include <base/tools/KSocket.h>
 
 #if defined(_WIN32)
+// Lean: the printer API would rename SetPort to SetPortA.
+#  ifndef WIN32_LEAN_AND_MEAN
+#    define WIN32_LEAN_AND_MEAN
+#  endif
 #  include <winsock2.h>
+#  undef SetPort
 #endif
 
 // Starts Windows Sockets for the whole test program.
