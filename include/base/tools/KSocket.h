@@ -11,14 +11,16 @@
 // The Windows Sockets calls and codes the interface names, for POSIX
 // callers; a Windows application takes them from winsock2.h.
 #  define WSAEWOULDBLOCK 10035
+// Exported from the POSIX builds only (the DLL has no such functions).
+#  define KELVOR_POSIX_API KELVOR_API
 // ioctlsocket commands, as Windows numbers them.
 #  define KFIONBIO ((long)0x8004667E)
 #  define KFIONREAD ((long)0x4004667F)
 // The Windows Sockets code of the calling thread's last refused socket call
 // (errno values mapped to their Winsock numbers, e.g. EMFILE -> 10024).
-KELVOR_API int WSAGetLastError();
+KELVOR_POSIX_API int WSAGetLastError();
 // FIONBIO and FIONREAD, with the Windows values above or the system's own.
-KELVOR_API int ioctlsocket(SOCKET s, long cmd, unsigned long* argp);
+KELVOR_POSIX_API int ioctlsocket(SOCKET s, long cmd, unsigned long* argp);
 #endif
 
 struct CKSocketBlock {
