@@ -9,6 +9,7 @@
 
 #include <base/classes/list/KList.h>
 #include <base/tools/KHttpRequest.h>
+#include <base/tools/KStr.h>
 
 #include "KFuzz.h"
 

@@ -65,7 +65,8 @@ TEST(KSocket, SharedBlockCloseAndDetach) {
     EXPECT_TRUE(b.IsValid());
     CKSocket c;
     c = b;
-    c = c;
+    CKSocket& same = c;
+    c = same;  // self-assignment changes nothing
     EXPECT_EQ(h, (SOCKET)c);
   }
   // The copies went; the socket still works.
