@@ -35,5 +35,7 @@
 #include <base/tools/KMd5.h>
 #include <base/tools/KSha1.h>
 #include <base/tools/KMath.h>
+#include <base/tools/KSocket.h>
+#include <base/tools/KHttpRequest.h>
 
 #endif  // KELVOR_KELVOR_H
