@@ -26,5 +26,7 @@
 #include <base/tools/KDateTime.h>
 #include <base/tools/KLogFile.h>
 #include <base/tools/KThread.h>
+#include <base/tools/KVariant.h>
+#include <base/tools/KBlob.h>
 
 #endif  // KELVOR_KELVOR_H
