@@ -26,6 +26,9 @@
 #include <base/tools/KDateTime.h>
 #include <base/tools/KLogFile.h>
 #include <base/tools/KThread.h>
+#include <base/tools/KFile.h>
+#include <base/tools/KGZFile.h>
+#include <base/tools/KByteStream.h>
 #include <base/tools/KVariant.h>
 #include <base/tools/KBlob.h>
 

@@ -5,12 +5,18 @@
 // ftCreationTime; FileOpen is fopen with the "N" (not inherited) mode flag;
 // FileAppendText is CreateFileA with FILE_APPEND_DATA only (the system's
 // atomic append) and one WriteFile of the text with its line ends as CR LF.
+// FileSeek/FileTell are _fseeki64/_ftelli64; FileKind is GetFileAttributesA;
+// FileCreateExclusive and FileOpenDescriptor are _sopen_s with _O_EXCL,
+// _O_BINARY and _O_NOINHERIT (then _fdopen); FileRename is MoveFileExA with
+// MOVEFILE_REPLACE_EXISTING; FileRemove is DeleteFileA; TempDir is
+// GetTempPathA.
 #ifndef KELVOR_KPLATFORMFILE_H
 #define KELVOR_KPLATFORMFILE_H
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 namespace kplat {
 
@@ -31,6 +37,36 @@ bool FileAppendText(const char* szName, const char* p, size_t n);
 // (100 ns since 1601, UTC). Where the file system keeps no birth time the
 // creation time is the last status change. False when nothing matches.
 bool FindFileTimes(const char* szPattern, uint64_t* pWrite, uint64_t* pCreate);
+
+// 64-bit positioning of a C run-time stream; nWhence is SEEK_SET, SEEK_CUR
+// or SEEK_END. Offsets above 2 GiB work on every build, 32-bit ones too.
+// False (reported) when the stream refuses the position.
+bool FileSeek(FILE* f, int64_t nOffset, int nWhence);
+// The stream's position; -1 (reported) on failure.
+int64_t FileTell(FILE* f);
+
+// What a path names.
+enum { FILE_KIND_NONE = 0, FILE_KIND_FILE = 1, FILE_KIND_DIR = 2 };
+int FileKind(const char* szName);
+
+// Creates szName only if no file of that name exists (atomically, also
+// against other processes) and opens it for reading and writing in binary
+// mode, not inherited. Null when the name is taken (silently; *pbExists is
+// set) or the file cannot be made (reported).
+FILE* FileCreateExclusive(const char* szName, bool* pbExists);
+
+// A raw descriptor on szName in binary mode, not inherited: for reading, or
+// for writing with the file created or emptied. -1 when it cannot be opened.
+int FileOpenDescriptor(const char* szName, bool bWrite);
+void FileCloseDescriptor(int fd);
+
+// Renames szFrom to szTo, replacing an existing szTo in one step.
+bool FileRename(const char* szFrom, const char* szTo);
+// Removes a file; false (silently) when it does not exist.
+bool FileRemove(const char* szName);
+
+// The directory for temporary files, without a trailing separator.
+std::string TempDir();
 
 }  // namespace kplat
 

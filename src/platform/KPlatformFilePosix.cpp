@@ -136,6 +136,94 @@ bool FindFileTimes(const char* szPattern, uint64_t* pWrite, uint64_t* pCreate) {
   return PathTimes(strPath, pWrite, pCreate);
 }
 
+bool FileSeek(FILE* f, int64_t nOffset, int nWhence) {
+  if (!f) return false;
+  if ((int64_t)(off_t)nOffset != nOffset) {
+    ReportError("fseeko", EOVERFLOW);
+    return false;
+  }
+  if (fseeko(f, (off_t)nOffset, nWhence) != 0) {
+    ReportError("fseeko", errno);
+    return false;
+  }
+  return true;
+}
+
+int64_t FileTell(FILE* f) {
+  if (!f) return -1;
+  const off_t n = ftello(f);
+  if (n < 0) ReportError("ftello", errno);
+  return n < 0 ? -1 : (int64_t)n;
+}
+
+int FileKind(const char* szName) {
+  if (!szName || !*szName) return FILE_KIND_NONE;
+  struct stat st;
+  if (stat(szName, &st) != 0) return FILE_KIND_NONE;
+  return S_ISDIR(st.st_mode) ? FILE_KIND_DIR : FILE_KIND_FILE;
+}
+
+static int OpenRetry(const char* szName, int nFlags) {
+  int fd;
+  do fd = open(szName, nFlags | O_CLOEXEC, 0666);
+  while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+FILE* FileCreateExclusive(const char* szName, bool* pbExists) {
+  if (pbExists) *pbExists = false;
+  if (!szName || !*szName) return nullptr;
+  const int fd = OpenRetry(szName, O_RDWR | O_CREAT | O_EXCL);
+  if (fd < 0) {
+    if (errno == EEXIST) {
+      if (pbExists) *pbExists = true;
+    } else {
+      ReportError("open", errno);
+    }
+    return nullptr;
+  }
+  FILE* f = fdopen(fd, "wb+");
+  if (!f) {
+    ReportError("fdopen", errno);
+    close(fd);
+    unlink(szName);
+  }
+  return f;
+}
+
+int FileOpenDescriptor(const char* szName, bool bWrite) {
+  if (!szName || !*szName) return -1;
+  return OpenRetry(szName, bWrite ? O_WRONLY | O_CREAT | O_TRUNC : O_RDONLY);
+}
+
+void FileCloseDescriptor(int fd) {
+  if (fd >= 0 && close(fd) != 0 && errno != EINTR) ReportError("close", errno);
+}
+
+bool FileRename(const char* szFrom, const char* szTo) {
+  if (!szFrom || !szTo) return false;
+  if (rename(szFrom, szTo) != 0) {
+    ReportError("rename", errno);
+    return false;
+  }
+  return true;
+}
+
+bool FileRemove(const char* szName) {
+  if (!szName || !*szName) return false;
+  if (unlink(szName) == 0) return true;
+  if (errno != ENOENT) ReportError("unlink", errno);
+  return false;
+}
+
+std::string TempDir() {
+  std::string str;
+  if (!GetEnv("TMPDIR", str) || str.empty() || FileKind(str.c_str()) != FILE_KIND_DIR)
+    str = "/tmp";
+  while (str.size() > 1 && str.back() == '/') str.pop_back();
+  return str;
+}
+
 }  // namespace kplat
 
 #endif  // !_WIN32

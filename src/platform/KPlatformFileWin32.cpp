@@ -3,10 +3,15 @@
 #include "platform/KPlatformFile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <string>
 
 #include <windows.h>
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#include <sys/stat.h>
 
 #include "platform/KPlatformEnv.h"
 #include "platform/KPlatformThread.h"
@@ -76,6 +81,97 @@ bool FindFileTimes(const char* szPattern, uint64_t* pWrite, uint64_t* pCreate) {
   if (pWrite) *pWrite = Ticks(best.ftLastWriteTime);
   if (pCreate) *pCreate = Ticks(best.ftCreationTime);
   return true;
+}
+
+bool FileSeek(FILE* f, int64_t nOffset, int nWhence) {
+  if (!f) return false;
+  if (_fseeki64(f, nOffset, nWhence) != 0) {
+    ReportError("_fseeki64", errno);
+    return false;
+  }
+  return true;
+}
+
+int64_t FileTell(FILE* f) {
+  if (!f) return -1;
+  const int64_t n = _ftelli64(f);
+  if (n < 0) ReportError("_ftelli64", errno);
+  return n < 0 ? -1 : n;
+}
+
+int FileKind(const char* szName) {
+  if (!szName || !*szName) return FILE_KIND_NONE;
+  const DWORD n = GetFileAttributesA(szName);
+  if (n == INVALID_FILE_ATTRIBUTES) return FILE_KIND_NONE;
+  return (n & FILE_ATTRIBUTE_DIRECTORY) ? FILE_KIND_DIR : FILE_KIND_FILE;
+}
+
+static int OpenCrt(const char* szName, int nFlags) {
+  int fd = -1;
+  if (_sopen_s(&fd, szName, nFlags | _O_BINARY | _O_NOINHERIT, _SH_DENYNO,
+               _S_IREAD | _S_IWRITE) != 0)
+    return -1;
+  return fd;
+}
+
+FILE* FileCreateExclusive(const char* szName, bool* pbExists) {
+  if (pbExists) *pbExists = false;
+  if (!szName || !*szName) return nullptr;
+  const int fd = OpenCrt(szName, _O_RDWR | _O_CREAT | _O_EXCL);
+  if (fd < 0) {
+    if (errno == EEXIST) {
+      if (pbExists) *pbExists = true;
+    } else {
+      ReportError("_sopen_s", errno);
+    }
+    return nullptr;
+  }
+  FILE* f = _fdopen(fd, "wb+");
+  if (!f) {
+    ReportError("_fdopen", errno);
+    _close(fd);
+    DeleteFileA(szName);
+  }
+  return f;
+}
+
+int FileOpenDescriptor(const char* szName, bool bWrite) {
+  if (!szName || !*szName) return -1;
+  return OpenCrt(szName, bWrite ? _O_WRONLY | _O_CREAT | _O_TRUNC : _O_RDONLY);
+}
+
+void FileCloseDescriptor(int fd) {
+  if (fd >= 0 && _close(fd) != 0) ReportError("_close", errno);
+}
+
+bool FileRename(const char* szFrom, const char* szTo) {
+  if (!szFrom || !szTo) return false;
+  if (!MoveFileExA(szFrom, szTo, MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED)) {
+    ReportError("MoveFileExA", (int)GetLastError());
+    return false;
+  }
+  return true;
+}
+
+bool FileRemove(const char* szName) {
+  if (!szName || !*szName) return false;
+  if (DeleteFileA(szName)) return true;
+  const DWORD nErr = GetLastError();
+  if (nErr != ERROR_FILE_NOT_FOUND && nErr != ERROR_PATH_NOT_FOUND)
+    ReportError("DeleteFileA", (int)nErr);
+  return false;
+}
+
+std::string TempDir() {
+  char sz[MAX_PATH + 1];
+  const DWORD n = GetTempPathA(sizeof(sz), sz);
+  if (n == 0 || n > sizeof(sz)) {
+    ReportError("GetTempPathA", (int)GetLastError());
+    return ".";
+  }
+  std::string str(sz, n);
+  while (str.size() > 3 && (str.back() == '\\' || str.back() == '/')) str.pop_back();
+  return str;
 }
 
 }  // namespace kplat
