@@ -3,6 +3,8 @@
 #include <base/tools/KVariant.h>
 
 #include <cstring>
+#include <memory>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -248,4 +250,178 @@ TEST(KVariant, NestedListsAndSizeReports) {
   boxed.Set(CKVariant(1));
   EXPECT_EQ(0u, boxed.VariantSize());
   EXPECT_TRUE(log.HasAssert("FALSE", "src/KVariant", CKTestLog::kContinue, 252));
+}
+
+// ---------------------------------------------------------------- encoding
+#include "KTestStream.h"
+
+namespace {
+
+std::string Enc(const CKVariant& v, const char* szName = nullptr) {
+  return KTestEncode([&](CKByteStream& bs) { return v.VariantEncode(bs, szName); });
+}
+
+int Dec(const std::string& bytes, CKVariant& v, CKString* pName = nullptr) {
+  return KTestDecode(bytes, [&](CKByteStream& bs) { return v.VariantDecode(bs, pName); });
+}
+
+}  // namespace
+
+TEST(KVariantEncode, DocumentedByteSequences) {
+  CKDateTime d;
+  d.SetDateTime(2006, 3, 15, 10, 20, 30);
+  CKList l;
+  l.Add("a");
+  l.Add("bc");
+  struct Case {
+    CKVariant v;
+    const char* name;
+    const char* hex;
+  };
+  const Case cases[] = {
+      {CKVariant(), nullptr, "00 00 00 00"},
+      {CKVariant(-5), nullptr, "04 00 00 00 FB FF FF FF"},
+      {CKVariant(""), nullptr, "02 00 00 00 01 00 00 00 00"},
+      {CKVariant(7), "n", "04 00 00 00 02 00 00 00 6E 00 07 00 00 00"},
+      {CKVariant(d), nullptr, "0F 00 00 00 D6 07 03 0F 14 0A 1E"},
+      {CKVariant(l), nullptr, "03 00 00 00 02 00 00 00 02 00 00 00 61 00 03 00 00 00 62 63 00"},
+      {CKVariant(4000000000u), nullptr, "19 00 00 00 00 28 6B EE"},
+      {CKVariant((__int64)-2), nullptr, "17 00 00 00 FE FF FF FF FF FF FF FF"},
+      {CKVariant(1.0), nullptr, "0D 00 00 00 00 00 00 00 00 00 F0 3F"},
+      {CKVariant(1.0f), nullptr, "0E 00 00 00 00 00 80 3F"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(c.hex, KTestHex(Enc(c.v, c.name)));
+
+  // The date comes back with hour and minute exchanged.
+  CKVariant v;
+  ASSERT_EQ(1, Dec(Enc(CKVariant(d)), v));
+  ASSERT_EQ(KVT_DATETIME, v.Type());
+  EXPECT_EQ(20, v.GetDateTime()->GetHour());
+  EXPECT_EQ(10, v.GetDateTime()->GetMinute());
+  CKString name;
+  ASSERT_EQ(1, Dec(Enc(CKVariant(7), "n"), v, &name));
+  EXPECT_STREQ("n", name);
+  EXPECT_EQ(7, v.GetInt32());
+}
+
+TEST(KVariantEncode, EveryTagRoundTrips) {
+  CKTestLog log;
+  CKList l;
+  l.Add("one");
+  l.Add("");
+  CKFastList fl;
+  fl.Add("fast");
+  CKListList ll;
+  ll.Add(new CKList(l));
+  ll.Add(new CKList);
+  CKLangList lang;
+  lang.Add('E', l, 0);
+  lang.Add('F')->Add("oui");
+  CKListTyped<int> li;
+  li.Add(-1);
+  li.Add(1 << 30);
+  CKListUINT64 lu;
+  lu.Add(~0ull);
+  CKPileT<__int64> ls;
+  ls.Add(-9);
+  CKDateTime d;
+  d.SetDateTime(1999, 12, 31, 23, 59, 58);
+  CKListDateTime ld;
+  ld.Add(d);
+  CKVariant::CKListVariant lv;
+  lv.Add(new CKVariant("in"));
+  lv.Add(new CKVariant(lv));
+  CKFile file(nullptr, KFILE_READ | KFILE_WRITE | KFILE_MEMORY);
+  KTestImage(file, std::string("\0\1\2zz", 5));
+
+  std::vector<CKVariant*> vs = {new CKVariant(), new CKVariant(3), new CKVariant(3u),
+                                new CKVariant((__int64)-3), new CKVariant((unsigned __int64)3),
+                                new CKVariant(0.1), new CKVariant(0.1f), new CKVariant("t\nx"),
+                                new CKVariant(l), new CKVariant(ll), new CKVariant(lang),
+                                new CKVariant(li), new CKVariant(lu), new CKVariant(ls),
+                                new CKVariant(ld), new CKVariant(lv), new CKVariant(file)};
+  for (CKVariant* pv : vs) {
+    std::unique_ptr<CKVariant> v(pv);
+    const std::string bytes = Enc(*v);
+    ASSERT_FALSE(bytes.empty()) << (int)v->Type();
+    CKVariant back;
+    ASSERT_EQ(1, Dec(bytes, back)) << (int)v->Type();
+    EXPECT_EQ(v->Type(), back.Type());
+    if (v->Type() == KVT_DATETIME || v->Type() == KVT_LISTDATETIME) continue;
+    EXPECT_EQ(bytes, Enc(back)) << (int)v->Type();
+  }
+  CKVariant back;
+  ASSERT_EQ(1, Dec(Enc(CKVariant(file)), back));
+  ASSERT_NE(nullptr, back.GetFile());
+  EXPECT_EQ(std::string("\0\1\2zz", 5), KTestBytes(*back.GetFile()));
+  EXPECT_EQ(KVT_FILE, back.Type());
+  ASSERT_EQ(1, Dec(Enc(CKVariant(lang)), back));
+  EXPECT_TRUE(*back.GetLangList() == lang);
+
+  // A fast list comes back as a list; an empty file image as nothing.
+  CKVariant vf(fl);
+  ASSERT_EQ(1, Dec(Enc(vf), back));
+  EXPECT_EQ(KVT_LIST, back.Type());
+  EXPECT_STREQ("fast", back.GetList()->Get(0));
+  delete vf.GetFastList(1);
+  fl.RealDeleteAll();
+  CKFile empty(nullptr, KFILE_READ | KFILE_WRITE | KFILE_MEMORY);
+  ASSERT_EQ(1, Dec(Enc(CKVariant(empty)), back));
+  EXPECT_EQ(0, back.Type());
+}
+
+TEST(KVariantEncode, RefusedTagsAndHostileBytes) {
+  CKTestLog log;
+  // Tags without an encoding.
+  CKListGuid lg;
+  CKVariant g(lg), boxed;
+  boxed.Set(CKVariant(1));
+  int r = -1;
+  KTestEncode([&](CKByteStream& bs) { return g.VariantEncode(bs, nullptr); }, &r);
+  EXPECT_EQ(0, r);
+  EXPECT_TRUE(log.HasAssert("FALSE", "src/KVariant", CKTestLog::kReturnValue, 639));
+  KTestEncode([&](CKByteStream& bs) { return boxed.VariantEncode(bs, nullptr); }, &r);
+  EXPECT_EQ(0, r);
+
+  for (int tag : {22, 8, 27, -1, 5}) {
+    log.Clear();
+    std::string bytes(4, '\0');
+    std::memcpy(&bytes[0], &tag, 4);
+    CKVariant v("keep?");
+    EXPECT_EQ(0, Dec(bytes, v)) << tag;
+    EXPECT_EQ(0, v.Type());
+    EXPECT_TRUE(log.HasAssert("FALSE", "src/KVariant", CKTestLog::kReturnValue, 1080)) << tag;
+  }
+
+  // Every truncation of a rich encoding fails and leaves the variant empty.
+  CKList l;
+  l.Add("abc");
+  CKListList ll;
+  ll.Add(new CKList(l));
+  CKVariant::CKListVariant lv;
+  lv.Add(new CKVariant(l));
+  lv.Add(new CKVariant(ll));
+  lv.Add(new CKVariant(2.5));
+  const std::string full = Enc(CKVariant(lv), "name");
+  for (size_t n = 0; n < full.size(); n++) {
+    CKVariant v(1);
+    CKString name;
+    EXPECT_EQ(0, Dec(full.substr(0, n), v, &name)) << n;
+    EXPECT_EQ(0, v.Type()) << n;
+  }
+
+  // Counts of 2^31 - 1 and lengths far beyond the data fail at once.
+  for (int tag : {3, 6, 12, 16, 19, 20, 21, 24, 26}) {
+    std::string bytes(8, '\0');
+    const int count = 0x7FFFFFFF;
+    std::memcpy(&bytes[0], &tag, 4);
+    std::memcpy(&bytes[4], &count, 4);
+    bytes += std::string(12, '\x41');
+    CKVariant v;
+    EXPECT_EQ(0, Dec(bytes, v)) << tag;
+    EXPECT_EQ(0, v.Type());
+  }
+  const std::string big = std::string("\x01\0\0\0", 4) + std::string("\0\0\0\0\0\0\0\x40", 8);
+  CKVariant v;
+  EXPECT_EQ(0, Dec(big, v));
 }

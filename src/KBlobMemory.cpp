@@ -1,0 +1,73 @@
+#define KSRC_PATH "src/KBlobMemory"
+
+#include <base/tools/KBlob.h>
+
+#include <cstring>
+
+#include <base/tools/KFile.h>
+
+#include "KBlobStore.h"
+
+namespace kblob {
+
+CKFile* NewImage(const CKMem& mem) {
+  CKFile* f = new CKFile(nullptr, KFILE_READ | KFILE_WRITE | KFILE_MEMORY);
+  const unsigned char* p = mem.m_pMemRef ? mem.m_pMemRef->pData : nullptr;
+  const unsigned nStart = mem.m_nStartOffset;
+  const unsigned n = p && mem.Size() > nStart ? mem.Size() - nStart : 0;
+  if (n) {
+    f->SetSize(n);
+    if (f->MemRoom() < (__int64)n) {
+      delete f;
+      return nullptr;
+    }
+    std::memcpy(f->MemData(), p + nStart, n);
+  }
+  return f;
+}
+
+int ImageToMem(const CKFile& f, CKMem& mem) {
+  const __int64 n = f.Size() < f.MemRoom() ? f.Size() : f.MemRoom();
+  if (n <= 0) {
+    mem.SetEmpty();
+    return 1;
+  }
+  return mem.Set(f.MemData(), (unsigned)n);
+}
+
+}  // namespace kblob
+
+CKBlobMemory::CKBlobMemory() : m_bPending(0) {}
+CKBlobMemory::~CKBlobMemory() {}
+
+int CKBlobMemory::FromMem(const CKMem& mem) {
+  DeleteDecodedContent();
+  if (!m_mem.Copy(mem)) return 0;
+  m_bPending = 1;
+  return 1;
+}
+
+int CKBlobMemory::ToMem(CKMem& mem) {
+  if (!EnsureDecoded()) return 0;
+  if (!m_pElements) {  // nothing held encodes to nothing
+    mem.SetEmpty();
+    return 1;
+  }
+  CKFile f(nullptr, KFILE_READ | KFILE_WRITE | KFILE_MEMORY);
+  return Encode(f) && kblob::ImageToMem(f, mem);
+}
+
+int CKBlobMemory::BlobDecodePending() {
+  CKFile* f = kblob::NewImage(m_mem);
+  BlobDropPending();
+  const int r = f && Decode(*f);
+  delete f;
+  return r;
+}
+
+int CKBlobMemory::BlobHasPending() const { return m_bPending; }
+
+void CKBlobMemory::BlobDropPending() {
+  m_bPending = 0;
+  m_mem.SetEmpty();
+}
