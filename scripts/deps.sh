@@ -4,7 +4,7 @@ set -euo pipefail
 # g++-multilib and lib32z1-dev serve the 32-bit build, which compiles GoogleTest
 # from the googletest source package.
 pkgs=(g++ clang cmake ninja-build make pkg-config zlib1g-dev libgtest-dev libbenchmark-dev tzdata
-      g++-multilib lib32z1-dev googletest)
+      g++-multilib lib32z1-dev googletest libmsgpack-cxx-dev)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <random>
 #include <string>
@@ -433,4 +434,25 @@ TEST(KBlobEncode, TextFormOfEveryKind) {
     FromBytes(t, bytes.substr(0, n));
     EXPECT_EQ(0, t.BlobElementCount()) << n;
   }
+}
+
+TEST(KBlobEncode, ZippedBodyIsAZlibStreamThatPythonReads) {
+  if (std::system("python3 -c 'import zlib' >/dev/null 2>&1") != 0)
+    GTEST_SKIP() << "python3 with its zlib module is not available";
+  CKBlobMemory b;
+  b.SetZipped(1);
+  Fill(b);
+  const std::string zipped = ToBytes(b);
+  b.SetZipped(0);
+  const std::string plain = ToBytes(b);
+  ASSERT_LT(zipped.size(), plain.size());
+  CKTestTempDir tmp;
+  const std::string in = tmp.Path("z.bin"), out = tmp.Path("plain.bin");
+  std::ofstream(in, std::ios::binary) << zipped;
+  const std::string cmd = "python3 -c \"import sys,zlib; open(sys.argv[2],'wb').write("
+                          "zlib.decompress(open(sys.argv[1],'rb').read()))\" \"" +
+                          in + "\" \"" + out + "\"";
+  ASSERT_EQ(0, std::system(cmd.c_str()));
+  std::ifstream f(out, std::ios::binary);
+  EXPECT_EQ(plain, std::string((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>()));
 }

@@ -172,7 +172,8 @@ TEST(KVariant, CopiesAndTheBoxedForm) {
   EXPECT_EQ(KVT_STRING, b.Type());
   EXPECT_NE(a.GetString(), b.GetString());
   EXPECT_STREQ("text", b.GetText());
-  b = b;  // self-assignment changes nothing
+  CKVariant& self = b;
+  b = self;  // self-assignment changes nothing
   EXPECT_STREQ("text", b.GetText());
 
   // Set(const CKVariant&) and VariantAssign box a deep copy.
