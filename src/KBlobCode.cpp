@@ -20,9 +20,11 @@ static const char kSep = (char)0xFF;
 static const int kMaxDepth = 64;
 
 // ---------------------------------------------------------------- binary form
-int CKBlob::Encode(CKByteStream& bs) {
+int CKBlob::Encode(CKByteStream& bs) { return EncodeSized(bs, EncodedSize()); }
+
+// fullsize: EncodedSize(), which the file form has already computed.
+int CKBlob::EncodeSized(CKByteStream& bs, __int64 fullsize) {
   if (!m_pElements) return 0;
-  const __int64 fullsize = EncodedSize();
   if (fullsize == 0) return 1;
   if (IsText()) return EncodeText(bs);
   const int bStreamZip = bs.File() == nullptr;  // a gzip stream compresses itself
@@ -45,7 +47,7 @@ int CKBlob::Encode(CKFile& file) {
   const __int64 nExpected = EncodedSize();
   CKByteStream bs;
   if (!bs.InitWrite(&file, nExpected, -1)) return 0;
-  const int bOk = Encode(bs);
+  const int bOk = EncodeSized(bs, nExpected);
   const int bTerm = bs.TermWrite();
   if (!bOk || !bTerm) return 0;
   const __int64 nSize = bs.GetSize();
@@ -96,6 +98,14 @@ int CKBlob::Decode(CKFile& file) {
   const int bOk = Decode(bs);
   const int bTerm = bs.TermRead();
   return bOk && bTerm;
+}
+
+int CKBlob::DecodeImage(CKFile*& pImage) {
+  CKFile* f = pImage;
+  pImage = nullptr;
+  const int r = f && Decode(*f);
+  delete f;
+  return r;
 }
 
 // ---------------------------------------------------------------- text form

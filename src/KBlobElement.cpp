@@ -4,6 +4,8 @@
 
 #include <base/tools/KDebug.h>
 
+#include "KVariantImpl.h"
+
 CKBlobElement::CKBlobElement() {}
 CKBlobElement::~CKBlobElement() {}
 
@@ -22,7 +24,7 @@ __int64 CKBlobElement::StringEncodedSize(const CKString& s, int bWide) {
 static __int64 ListSize(const CKList* l) {
   __int64 n = 4;
   if (l)
-    for (int i = 0; i < l->Count(); i++) n += (__int64)l->Get(i).GetLength() + 5;
+    for (int i = 0; i < l->Count(); i++) n += (__int64)kvariant::ListStr(*l, i)->GetLength() + 5;
   return n;
 }
 

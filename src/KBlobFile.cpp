@@ -8,18 +8,18 @@
 #include "KBlobStore.h"
 #include "platform/KPlatformFile.h"
 
-CKBlobFile::CKBlobFile(const char* szFile) : m_strFile(szFile), m_bPending(0) {}
-CKBlobFile::~CKBlobFile() {}
+CKBlobFile::CKBlobFile(const char* szFile) : m_strFile(szFile), m_pImage(nullptr) {}
+CKBlobFile::~CKBlobFile() { delete m_pImage; }
 
 int CKBlobFile::Load() {
   DeleteDecodedContent();
-  CKFile f(nullptr, KFILE_READ | KFILE_WRITE | KFILE_MEMORY);
-  if (!f.ReadWhole(m_strFile)) {
+  CKFile* f = new CKFile(nullptr, KFILE_READ | KFILE_WRITE | KFILE_MEMORY);
+  if (!f->ReadWhole(m_strFile)) {
+    delete f;
     m_nStatus = -1;
     return 0;
   }
-  if (!kblob::ImageToMem(f, m_mem)) return 0;
-  m_bPending = 1;
+  m_pImage = f;
   return 1;
 }
 
@@ -48,17 +48,11 @@ int CKBlobFile::Save() {
   return 1;
 }
 
-int CKBlobFile::BlobDecodePending() {
-  CKFile* f = kblob::NewImage(m_mem);
-  BlobDropPending();
-  const int r = f && Decode(*f);
-  delete f;
-  return r;
-}
+int CKBlobFile::BlobDecodePending() { return DecodeImage(m_pImage); }
 
-int CKBlobFile::BlobHasPending() const { return m_bPending; }
+int CKBlobFile::BlobHasPending() const { return m_pImage != nullptr; }
 
 void CKBlobFile::BlobDropPending() {
-  m_bPending = 0;
-  m_mem.SetEmpty();
+  delete m_pImage;
+  m_pImage = nullptr;
 }

@@ -37,14 +37,13 @@ int ImageToMem(const CKFile& f, CKMem& mem) {
 
 }  // namespace kblob
 
-CKBlobMemory::CKBlobMemory() : m_bPending(0) {}
-CKBlobMemory::~CKBlobMemory() {}
+CKBlobMemory::CKBlobMemory() : m_pImage(nullptr) {}
+CKBlobMemory::~CKBlobMemory() { delete m_pImage; }
 
 int CKBlobMemory::FromMem(const CKMem& mem) {
   DeleteDecodedContent();
-  if (!m_mem.Copy(mem)) return 0;
-  m_bPending = 1;
-  return 1;
+  m_pImage = kblob::NewImage(mem);
+  return m_pImage != nullptr;
 }
 
 int CKBlobMemory::ToMem(CKMem& mem) {
@@ -57,17 +56,11 @@ int CKBlobMemory::ToMem(CKMem& mem) {
   return Encode(f) && kblob::ImageToMem(f, mem);
 }
 
-int CKBlobMemory::BlobDecodePending() {
-  CKFile* f = kblob::NewImage(m_mem);
-  BlobDropPending();
-  const int r = f && Decode(*f);
-  delete f;
-  return r;
-}
+int CKBlobMemory::BlobDecodePending() { return DecodeImage(m_pImage); }
 
-int CKBlobMemory::BlobHasPending() const { return m_bPending; }
+int CKBlobMemory::BlobHasPending() const { return m_pImage != nullptr; }
 
 void CKBlobMemory::BlobDropPending() {
-  m_bPending = 0;
-  m_mem.SetEmpty();
+  delete m_pImage;
+  m_pImage = nullptr;
 }

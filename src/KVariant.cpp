@@ -353,7 +353,7 @@ void CKVariant::VariantDelete() {
 // ---------------------------------------------------------------- size
 static unsigned int ListChars(const CKList& l) {
   unsigned int n = 0;
-  for (int i = 0; i < l.Count(); i++) n += l.Get(i).GetLength() + 1;
+  for (int i = 0; i < l.Count(); i++) n += ListStr(l, i)->GetLength() + 1;
   return n;
 }
 
@@ -371,7 +371,7 @@ unsigned int CKVariant::VariantSize() const {
       if (!p) return 0;
       const CKFastList& l = *(const CKFastList*)p;
       unsigned int n = 0;
-      for (int i = 0; i < l.Count(); i++) n += l.Get(i).GetLength() + 1;
+      for (int i = 0; i < l.Count(); i++) n += ListStr(l, i)->GetLength() + 1;
       return n;
     }
     case KVT_INT:

@@ -27,7 +27,7 @@ static int WriteList(CKByteStream& bs, const CKList* l) {
   const int n = l->Count();
   if (!bs.Put(n)) return 0;
   for (int i = 0; i < n; i++)
-    if (!bs.Put(l->Get(i).GetString())) return 0;
+    if (!bs.Put(ListStr(*l, i)->GetString())) return 0;
   return 1;
 }
 
@@ -75,7 +75,7 @@ int CKVariant::EncodeAt(CKByteStream& bs, const char* szName, int nDepth) const 
       const int n = l->Count();
       if (!bs.Put(n)) return 0;
       for (int i = 0; i < n; i++)
-        if (!bs.Put(l->Get(i).GetString())) return 0;
+        if (!bs.Put(ListStr(*l, i)->GetString())) return 0;
       return 1;
     }
     case KVT_INT:

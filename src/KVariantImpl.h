@@ -51,6 +51,14 @@ inline CKDateTime* NewCopy<CKDateTime>(const CKDateTime& src) {
   return new (std::nothrow) CKDateTime(src);
 }
 
+// The text in slot i of a string list without copying it (null slots and
+// bad indexes read as the empty text).
+inline const CKString* ListStr(const CKPileFast& l, int i) {
+  static const CKString s_empty;
+  const CKString* p = (const CKString*)l.PileGet(i);
+  return p ? p : &s_empty;
+}
+
 // File images live with the file module; these keep it out of this header.
 void* FileCopyOf(const void* pFile);
 void FileRelease(void* pFile);

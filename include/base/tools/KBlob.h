@@ -145,6 +145,8 @@ protected:
   int Decode(CKFile& file);
   // Runs the storage's pending decode; 0 when the elements are unavailable.
   int EnsureDecoded();
+  // Decodes the waiting image and frees it (pImage is left null).
+  int DecodeImage(CKFile*& pImage);
 
   CKBlobElementList* m_pElements;
   int m_bZip;
@@ -156,6 +158,7 @@ private:
   CKBlob& operator=(const CKBlob&) = delete;
   int BlobVersion(CKByteStream& bs);
   int _AddElement(const char* szName);
+  int EncodeSized(CKByteStream& bs, __int64 fullsize);
   int EncodeText(CKByteStream& bs);
   int DecodeText(CKByteStream& bs);
   // The element of an existing or new name, null when it cannot be made.
@@ -181,8 +184,7 @@ public:
   void BlobDropPending() override;
 
 private:
-  CKMem m_mem;
-  int m_bPending;
+  CKFile* m_pImage;  // the encoded bytes waiting for their decode
 };
 
 // A blob stored in a file: Load reads the bytes (decoded on first access),
@@ -202,8 +204,7 @@ public:
 
 private:
   CKString m_strFile;
-  CKMem m_mem;
-  int m_bPending;
+  CKFile* m_pImage;
 };
 
 #endif  // KELVOR_KBLOB_H
