@@ -456,3 +456,31 @@ TEST(KBlobEncode, ZippedBodyIsAZlibStreamThatPythonReads) {
   std::ifstream f(out, std::ios::binary);
   EXPECT_EQ(plain, std::string((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>()));
 }
+
+TEST(KBlobEncode, RandomMutationsDecodeFullyOrLeaveNothing) {
+  CKTestLog log;
+  std::mt19937 rng(2024);
+  for (int form = 0; form < 3; form++) {
+    CKBlobMemory b;
+    b.SetTextMode(form == 2);
+    b.SetZipped(form == 1);
+    Fill(b);
+    const std::string good = ToBytes(b);
+    for (int round = 0; round < 400; round++) {
+      std::string bad = good;
+      const int nFlips = 1 + (int)(rng() % 4);
+      for (int k = 0; k < nFlips; k++) bad[rng() % bad.size()] = (char)(rng() & 0xFF);
+      CKBlobMemory c;
+      c.SetTextMode(form == 2);
+      c.SetZipped(form == 1);
+      FromBytes(c, bad);
+      const int n = c.BlobElementCount();
+      if (c.GetStatus() < 0) {
+        EXPECT_EQ(0, n);
+        EXPECT_EQ(nullptr, c.BlobElementGet(0));
+      } else {
+        for (int i = 0; i < n; i++) ASSERT_NE(nullptr, c.BlobElementName(i));
+      }
+    }
+  }
+}
