@@ -7,7 +7,7 @@ set -euo pipefail
 # the -dev packages of the peer libraries serve the benchmarks only.
 pkgs=(g++ clang cmake ninja-build make pkg-config zlib1g-dev libgtest-dev libbenchmark-dev tzdata
       g++-multilib lib32z1-dev googletest gzip python3 curl coreutils
-      libxml2-dev libpugixml-dev libexpat1-dev libssl-dev)
+      libxml2-dev libpugixml-dev libexpat1-dev libssl-dev libmsgpack-cxx-dev)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -29,6 +29,8 @@
 #include <base/tools/KFile.h>
 #include <base/tools/KGZFile.h>
 #include <base/tools/KByteStream.h>
+#include <base/tools/KVariant.h>
+#include <base/tools/KBlob.h>
 
 #include <base/tools/KXmlParser.h>
 #include <base/tools/KXml.h>
