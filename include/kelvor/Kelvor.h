@@ -26,5 +26,6 @@
 #include <base/tools/KDateTime.h>
 #include <base/tools/KLogFile.h>
 #include <base/tools/KThread.h>
+#include <misc/KObj.h>
 
 #endif  // KELVOR_KELVOR_H
