@@ -28,4 +28,7 @@
 #include <base/tools/KThread.h>
 #include <misc/KObj.h>
 
+#include <base/tools/KXmlParser.h>
+#include <base/tools/KXml.h>
+
 #endif  // KELVOR_KELVOR_H

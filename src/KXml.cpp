@@ -1,0 +1,415 @@
+#define KSRC_PATH "src/KXml"
+
+#include <base/tools/KXml.h>
+
+#include <cstring>
+#include <vector>
+
+#include <base/classes/list/KList.h>
+#include <base/tools/KDebug.h>
+
+#include "KAlloc.h"
+
+namespace {
+
+// Same length, same bytes ignoring ASCII case.
+bool SameNoCase(const CKString& s, const char* sz, unsigned n) {
+  if (s.GetLength() != n) return false;
+  const char* p = s.GetString();
+  for (unsigned i = 0; i < n; ++i) {
+    char a = p[i], b = sz[i];
+    if (a >= 'a' && a <= 'z') a = (char)(a - 32);
+    if (b >= 'a' && b <= 'z') b = (char)(b - 32);
+    if (a != b) return false;
+  }
+  return true;
+}
+
+CKString UpperAscii(const char* sz) {
+  CKString s(sz ? sz : "");
+  const unsigned n = s.GetLength();
+  if (!n) return s;
+  char* p = s.GetBuffer(n);
+  for (unsigned i = 0; i < n; ++i)
+    if (p[i] >= 'a' && p[i] <= 'z') p[i] = (char)(p[i] - 32);
+  s.ReleaseBuffer(n);
+  return s;
+}
+
+inline void Put(CKString& s, const CKString& t) { s.KConcatInPlace(t.GetLength(), t.GetString()); }
+inline void Put(CKString& s, const char* sz) { s.KConcatInPlace((unsigned)strlen(sz), sz); }
+
+// One element of a depth-first walk that needs a closing step.
+struct Frame {
+  const CKXmlTreeNode* pNode;
+  int nNext;  // next child to visit
+};
+
+}  // namespace
+
+// ---------------------------------------------------------------- CKXmlTreeNode
+CKXmlTreeNode::CKXmlTreeNode() : m_nData(0), m_pFather(nullptr) {}
+
+CKXmlTreeNode::CKXmlTreeNode(const char* szName, const char* szValue)
+    : m_nData(0), m_pFather(nullptr), m_strName(szName ? szName : ""), m_strValue(szValue ? szValue : "") {}
+
+CKXmlTreeNode::CKXmlTreeNode(const CKXmlTreeNode& n)
+    : CKListParamValue(n), m_nData(n.m_nData), m_pFather(nullptr), m_strName(n.m_strName),
+      m_strValue(n.m_strValue) {
+  // Level by level, without recursion: pairs of (source, copy).
+  std::vector<std::pair<const CKXmlTreeNode*, CKXmlTreeNode*>> work;
+  work.emplace_back(&n, this);
+  while (!work.empty()) {
+    const CKXmlTreeNode* pSrc = work.back().first;
+    CKXmlTreeNode* pDst = work.back().second;
+    work.pop_back();
+    for (int i = 0; i < pSrc->m_Children.Count(); ++i) {
+      const CKXmlTreeNode* c = pSrc->m_Children.Get(i);
+      if (!c) continue;
+      CKXmlTreeNode* d = new CKXmlTreeNode(c->m_strName, c->m_strValue);
+      pDst->AddChildNode(d);
+      d->CKListParamValue::operator=(*c);
+      d->m_nData = c->m_nData;
+      work.emplace_back(c, d);
+    }
+  }
+}
+
+CKXmlTreeNode::~CKXmlTreeNode() { RemoveAllChildNodes(); }
+
+CKString CKXmlTreeNode::GetParamName(int i) const {
+  return i >= 0 && i < Count() ? GetParam(i) : CKString();
+}
+CKString CKXmlTreeNode::GetParamValue(int i) const {
+  return i >= 0 && i < Count() ? CKListParamValue::GetValue(i) : CKString();
+}
+CKString CKXmlTreeNode::GetParamValue(const char* szName) const {
+  return CKListParamValue::GetValue(szName, TRUE, nullptr);
+}
+
+CKString CKXmlTreeNode::GetChildName(int i) const {
+  const CKXmlTreeNode* p = m_Children.Get(i);
+  return p ? p->m_strName : CKString();
+}
+CKString CKXmlTreeNode::GetChildValue(int i) const {
+  const CKXmlTreeNode* p = m_Children.Get(i);
+  return p ? p->m_strValue : CKString();
+}
+
+CKXmlTreeNode* CKXmlTreeNode::GetChild(const char* szPath) const {
+  if (!szPath || !*szPath) return nullptr;
+  CKList parts;
+  if (strchr(szPath, '/'))
+    parts.FromString(szPath, '/');
+  else
+    parts.Add(szPath);
+  const CKXmlTreeNode* pNode = this;
+  for (int k = 0; k < parts.Count(); ++k) {
+    const CKString strName = parts.Get(k);
+    const CKXmlTreeNode* pNext = nullptr;
+    for (int i = 0; i < pNode->m_Children.Count() && !pNext; ++i) {
+      const CKXmlTreeNode* c = pNode->m_Children.Get(i);
+      if (c && SameNoCase(c->m_strName, strName, strName.GetLength())) pNext = c;
+    }
+    if (!pNext) return nullptr;
+    pNode = pNext;
+  }
+  return const_cast<CKXmlTreeNode*>(pNode);
+}
+
+CKString CKXmlTreeNode::GetChildValue(const char* szPath) const {
+  const CKXmlTreeNode* p = GetChild(szPath);
+  return p ? p->m_strValue : CKString();
+}
+
+int CKXmlTreeNode::Find(CKXmlTreeNode* p, int bRec) const {
+  // Depth first, in child order, with an explicit stack.
+  std::vector<Frame> stack;
+  stack.push_back({this, 0});
+  while (!stack.empty()) {
+    Frame& f = stack.back();
+    if (f.nNext >= f.pNode->m_Children.Count()) {
+      stack.pop_back();
+      continue;
+    }
+    const CKXmlTreeNode* pCurrentNode = f.pNode->m_Children.Get(f.nNext++);
+    KASSERT_AT(pCurrentNode, "pCurrentNode", "src/KXml", 923);
+    if (!pCurrentNode) continue;
+    if (pCurrentNode == p) return TRUE;
+    if (bRec) stack.push_back({pCurrentNode, 0});
+  }
+  return FALSE;
+}
+
+CKXmlTreeNode* CKXmlTreeNode::AddChildNode(CKXmlTreeNode* p) {
+  m_Children.Add(p);  // deletes p and throws when the list cannot grow
+  p->m_pFather = this;
+  return p;
+}
+
+int CKXmlTreeNode::RemoveChildAt(int i) {
+  if (i < 0 || i >= m_Children.Count()) return FALSE;
+  m_Children.Delete(i);
+  return TRUE;
+}
+
+void CKXmlTreeNode::RemoveAllChildNodes() {
+  // Detach whole levels first so that deleting a node never recurses.
+  std::vector<CKXmlTreeNode*> work;
+  for (;;) {
+    for (int i = 0; i < m_Children.Count(); ++i) work.push_back(m_Children.Get(i));
+    m_Children.PileEmpty();
+    while (!work.empty()) {
+      CKXmlTreeNode* p = work.back();
+      work.pop_back();
+      if (!p) continue;
+      for (int i = 0; i < p->m_Children.Count(); ++i) work.push_back(p->m_Children.Get(i));
+      p->m_Children.PileEmpty();
+      delete p;
+    }
+    if (!m_Children.Count()) return;
+  }
+}
+
+// ---------------------------------------------------------------- CKXmlTree
+CKXmlTree::CKXmlTree() : m_pCurrent(this) {}
+
+CKXmlTree::CKXmlTree(const CKXmlTree& t) : CKXmlTreeNode(t), m_pCurrent(this) {
+  // The path of child indexes from the source's root to its cursor.
+  std::vector<int> path;
+  for (const CKXmlTreeNode* p = t.m_pCurrent; p && p != &t && p->m_pFather; p = p->m_pFather)
+    path.push_back(p->m_pFather->m_Children.Find(p));
+  for (auto it = path.rbegin(); it != path.rend(); ++it) {
+    CKXmlTreeNode* c = m_pCurrent->m_Children.Get(*it);
+    if (!c) break;
+    m_pCurrent = c;
+  }
+}
+
+CKXmlTree::~CKXmlTree() {}
+
+int CKXmlTree::SetAsCurrentNode(CKXmlTreeNode* p) {
+  m_pCurrent = p;
+  return TRUE;
+}
+int CKXmlTree::SetRootAsCurrentNode() {
+  m_pCurrent = this;
+  return TRUE;
+}
+int CKXmlTree::SetFatherAsCurrentNode() {
+  if (!m_pCurrent->m_pFather) return FALSE;
+  m_pCurrent = m_pCurrent->m_pFather;
+  return TRUE;
+}
+int CKXmlTree::SetChildAsCurrentNode(int i) {
+  CKXmlTreeNode* p = m_pCurrent->m_Children.Get(i);
+  if (i >= m_pCurrent->m_Children.Count() || !p) return FALSE;
+  m_pCurrent = p;
+  return TRUE;
+}
+int CKXmlTree::SetChildAsCurrentNode(const char* szName) {
+  CKXmlTreeNode* p = Child(szName);
+  if (!p) return FALSE;
+  m_pCurrent = p;
+  return TRUE;
+}
+
+CKXmlTreeNode* CKXmlTree::Child(const char* szName) const {
+  const CKString strName = UpperAscii(szName);
+  for (int i = 0; i < m_pCurrent->m_Children.Count(); ++i) {
+    CKXmlTreeNode* c = m_pCurrent->m_Children.Get(i);
+    if (c && c->m_strName.GetLength() == strName.GetLength() &&
+        !memcmp(c->m_strName.GetString(), strName.GetString(), strName.GetLength()))
+      return c;
+  }
+  return nullptr;
+}
+
+int CKXmlTree::SetNewCurrentNode(const char* szPath) {
+  CKList parts;
+  parts.FromString(szPath ? szPath : "", '/');
+  int k = 0;
+  if (parts.Count() && parts.Get(0) == "ROOT") {
+    m_pCurrent = this;
+    k = 1;
+  }
+  for (; k < parts.Count(); ++k)
+    if (!SetChildAsCurrentNode(parts.Get(k))) return FALSE;
+  return TRUE;
+}
+
+CKString CKXmlTree::GetChildName(int i) const { return m_pCurrent->CKXmlTreeNode::GetChildName(i); }
+CKString CKXmlTree::GetChildValue(int i) const { return m_pCurrent->CKXmlTreeNode::GetChildValue(i); }
+
+CKString CKXmlTree::GetChildValue(const char* szName) const {
+  const unsigned n = szName ? (unsigned)strlen(szName) : 0;
+  for (int i = 0; i < m_pCurrent->m_Children.Count(); ++i) {
+    const CKXmlTreeNode* c = m_pCurrent->m_Children.Get(i);
+    if (c && SameNoCase(c->m_strName, n ? szName : "", n)) return c->m_strValue;
+  }
+  return CKString();
+}
+
+CKXmlTreeNode* CKXmlTree::AddChild() { return AddChild(nullptr, nullptr); }
+CKXmlTreeNode* CKXmlTree::AddChild(const char* szName) { return AddChild(szName, nullptr); }
+CKXmlTreeNode* CKXmlTree::AddChild(const char* szName, const char* szValue) {
+  return m_pCurrent->AddChildNode(KMEM_TRY(new CKXmlTreeNode(szName, szValue)));
+}
+
+int CKXmlTree::RemoveChild(int i) {
+  // A cursor inside the removed subtree would dangle: it goes to its father.
+  CKXmlTreeNode* c = m_pCurrent->m_Children.Get(i);
+  if (i < 0 || i >= m_pCurrent->m_Children.Count()) return FALSE;
+  if (c == m_pCurrent || (c && c->Find(m_pCurrent, TRUE))) m_pCurrent = c->m_pFather;
+  return m_pCurrent->RemoveChildAt(i);
+}
+
+void CKXmlTree::RemoveAllChildren() { m_pCurrent->RemoveAllChildNodes(); }
+
+CKString CKXmlTree::GetValueOfParam(const char* szName) const {
+  return m_pCurrent->CKListParamValue::GetValue(szName, TRUE, nullptr);
+}
+
+void CKXmlTree::AddParamValue(const char* szName, const char* szValue) {
+  m_pCurrent->AddValue(szName, szValue);
+}
+
+void CKXmlTree::SetParamValue(CKListParamValue* pList) {
+  if (!pList) return;
+  for (int i = 0; i < pList->Count(); ++i) m_pCurrent->AddValue(pList->GetParam(i), pList->GetValue(i));
+}
+
+void CKXmlTree::Init() {
+  m_pCurrent = this;
+  RemoveAllChildNodes();
+  Empty();
+  m_strName.Empty();
+  m_strValue.Empty();
+  m_pFather = nullptr;
+}
+
+CKString CKXmlTree::GetXmlString() const {
+  CKString s;
+  std::vector<Frame> stack;
+  stack.push_back({m_pCurrent, -1});
+  while (!stack.empty()) {
+    Frame& f = stack.back();
+    const CKXmlTreeNode* n = f.pNode;
+    const bool bNamed = n->m_strName.GetLength() != 0;
+    if (f.nNext < 0) {
+      f.nNext = 0;
+      if (bNamed) {
+        Put(s, "\r\n<");
+        Put(s, n->m_strName);
+        for (int i = 0; i < n->Count(); ++i) {
+          Put(s, " ");
+          Put(s, n->GetParam(i));
+          Put(s, "=\"");
+          Put(s, n->CKListParamValue::GetValue(i));
+          Put(s, "\" ");
+        }
+        Put(s, ">");
+        Put(s, n->m_strValue);
+      }
+    }
+    if (f.nNext < n->m_Children.Count()) {
+      const CKXmlTreeNode* c = n->m_Children.Get(f.nNext++);
+      if (c) stack.push_back({c, -1});
+      continue;
+    }
+    if (bNamed) {
+      Put(s, "</");
+      Put(s, n->m_strName);
+      Put(s, ">\r\n");
+    }
+    stack.pop_back();
+  }
+  return s;
+}
+
+CKString CKXmlTree::GetStringDescription(const char* szPrefix) const {
+  CKString s;
+  CKString strPrefix(szPrefix ? szPrefix : "");
+  std::vector<Frame> stack;
+  stack.push_back({m_pCurrent, -1});
+  while (!stack.empty()) {
+    Frame& f = stack.back();
+    const CKXmlTreeNode* n = f.pNode;
+    if (f.nNext < 0) {
+      f.nNext = 0;
+      Put(s, strPrefix);
+      Put(s, "Name: ");
+      Put(s, n->m_strName);
+      Put(s, "\r\n");
+      const char* v = n->m_strValue.GetString();
+      while (*v == ' ') ++v;
+      if (*v) {
+        Put(s, strPrefix);
+        Put(s, "Value: '");
+        Put(s, n->m_strValue);
+        Put(s, "'\r\n");
+      }
+    }
+    if (f.nNext < n->m_Children.Count()) {
+      const CKXmlTreeNode* c = n->m_Children.Get(f.nNext++);
+      if (c) {
+        stack.push_back({c, -1});
+        Put(strPrefix, "---");
+      }
+      continue;
+    }
+    stack.pop_back();
+    if (!stack.empty()) strPrefix = strPrefix.Left(strPrefix.GetLength() - 3);
+  }
+  return s;
+}
+
+// ---------------------------------------------------------------- CKXmlParserDOM
+CKXmlParserDOM::CKXmlParserDOM() {}
+CKXmlParserDOM::~CKXmlParserDOM() {}
+
+CKString CKXmlParserDOM::GetXmlString() {
+  CKString s("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n");
+  m_Tree.SetRootAsCurrentNode();
+  if (m_Tree.GetChildrenCount()) m_Tree.SetChildAsCurrentNode(0);
+  Put(s, m_Tree.GetXmlString());
+  return s;
+}
+
+void CKXmlParserDOM::InitDOM() {
+  m_Tree.Init();
+  ResetParser();
+}
+
+int CKXmlParserDOM::OnStart() {
+  m_Tree.SetRootAsCurrentNode();
+  m_Tree.RemoveAllChildren();
+  return TRUE;
+}
+int CKXmlParserDOM::OnEnd() {
+  m_Tree.SetRootAsCurrentNode();
+  return TRUE;
+}
+int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes) {
+  m_Tree.SetAsCurrentNode(m_Tree.AddChild(szName));
+  m_Tree.SetParamValue(pAttributes);
+  return TRUE;
+}
+int CKXmlParserDOM::OnEndTag(const char*) {
+  m_Tree.SetFatherAsCurrentNode();
+  return TRUE;
+}
+int CKXmlParserDOM::OnValue(const char* szText) {
+  m_Tree.SetValue(szText);
+  return TRUE;
+}
+int CKXmlParserDOM::OnText(const char* szText) {
+  CKXmlTreeNode* p = m_Tree.GetCurrentNode();
+  CKString s = p->GetValue();
+  p->SetValue("");
+  s += szText;
+  p->SetValue(s);
+  return TRUE;
+}
+int CKXmlParserDOM::OnProcInstr(const char*, CKListParamValue*) { return TRUE; }
+int CKXmlParserDOM::OnError() { return TRUE; }

@@ -1,0 +1,241 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <base/tools/KStr.h>
+#include <base/tools/KXmlParser.h>
+
+#include "KTestTemp.h"
+
+namespace {
+
+std::string S(const char* sz) { return sz ? sz : "(null)"; }
+
+// Every event as one line: S name a=v..., T text, E name, P target a=v, !, [, ].
+class CRecorder : public CKXmlParser {
+public:
+  std::vector<std::string> events;
+  std::string stopAt;  // returning FALSE on this event
+  static std::string Attrs(CKListParamValue* p) {
+    std::string s;
+    for (int i = 0; p && i < p->Count(); ++i) s += " " + S(p->GetParam(i)) + "=" + S(p->GetValue(i));
+    return s;
+  }
+  int Add(const std::string& e) {
+    events.push_back(e);
+    return e != stopAt;
+  }
+  int OnStart() override { return Add("["); }
+  int OnEnd() override { return Add("]"); }
+  int OnStartTag(const char* n, CKListParamValue* a) override { return Add("S " + S(n) + Attrs(a)); }
+  int OnEndTag(const char* n) override { return Add("E " + S(n)); }
+  int OnText(const char* t) override {
+    // Pieces are joined: how text is cut is not part of the contract.
+    if (!events.empty() && events.back().compare(0, 2, "T ") == 0) {
+      events.back() += S(t);
+      return TRUE;
+    }
+    return Add("T " + S(t));
+  }
+  int OnProcInstr(const char* n, CKListParamValue* a) override {
+    return Add("P " + S(n) + Attrs(a) + " |" + GetProcInstrData() + "|");
+  }
+  int OnError() override { return Add("!"); }
+  std::string Joined() const {
+    std::string s;
+    for (const std::string& e : events) s += (s.empty() ? "" : "\n") + e;
+    return s;
+  }
+};
+
+std::string Events(const std::string& xml, int bUpCase = TRUE, int bKeepBlank = FALSE) {
+  CRecorder r;
+  r.SetTagUpCase(bUpCase);
+  r.SetKeepBlankText(bKeepBlank);
+  r.Parse(xml.data(), (unsigned)xml.size());
+  return r.Joined();
+}
+
+}  // namespace
+
+TEST(KXmlParser, EventSequence) {
+  EXPECT_EQ(Events("<?xml version=\"1.0\" encoding='ISO-8859-1'?>\r\n<a x=\"1\" y='two'>t<b/>u</a>"),
+            "[\nP xml version=1.0 encoding=ISO-8859-1 ||\nS A x=1 y=two\nT t\nS B\nE B\nT u\nE A\n]");
+  EXPECT_EQ(Events("<a><b></b></a>", FALSE), "[\nS a\nS b\nE b\nE a\n]");
+  EXPECT_EQ(Events("<?pi some data?><a/><?t k=\"v\"?>"),
+            "[\nP pi |some data|\nS A\nE A\nP t k=v |k=\"v\"|\n]");
+  // Blank runs between markup are indentation unless kept.
+  EXPECT_EQ(Events("<a>\r\n  <b> x </b>\n</a>"), "[\nS A\nS B\nT  x \nE B\nE A\n]");
+  EXPECT_EQ(Events("<a>\r\n<b/> </a>", TRUE, TRUE), "[\nS A\nT \n\nS B\nE B\nT  \nE A\n]");
+  // The line breaks the tree writes around child elements are layout.
+  EXPECT_EQ(Events("<a>x\r\n<b>\n</b>\n\ny&#10;\n<c/>z\n</a>"),
+            "[\nS A\nT x\nS B\nE B\nT \ny\n\nS C\nE C\nT z\n\nE A\n]");
+  EXPECT_EQ(Events("<a>x\r\n<b/>\ny</a>", TRUE, TRUE), "[\nS A\nT x\n\nS B\nE B\nT \ny\nE A\n]");
+  // Several top-level elements are read, as the tree needs.
+  EXPECT_EQ(Events("<a/>\n<b/>"), "[\nS A\nE A\nS B\nE B\n]");
+  // A handler that says stop ends the parse with an error.
+  CRecorder r;
+  r.stopAt = "S B";
+  EXPECT_FALSE(r.Parse("<a><b/><c/></a>"));
+  EXPECT_EQ(r.GetErrorCode(), KXML_ERR_ABORTED);
+  EXPECT_EQ(r.Joined(), "[\nS A\nS B\n!\n]");
+}
+
+TEST(KXmlParser, TextRulesAndReferences) {
+  struct Case {
+    const char* xml;
+    const char* text;  // the element's joined text
+  };
+  const Case cases[] = {
+      {"<a>&lt;&gt;&amp;&apos;&quot;</a>", "<>&'\""},
+      {"<a>&#65;&#x42;&#xe9;&#x20AC;</a>", "AB\xe9?"},
+      {"<a>x\r\ny\rz\n</a>", "x\ny\nz\n"},
+      {"<a><![CDATA[<b>&amp;]]\r\n]]></a>", "<b>&amp;]]\n"},
+      {"<a>R&D; a & b</a>", nullptr},  // &D; is a reference: undeclared
+      {"<a>a & b &c d &#; &#x;</a>", "a & b &c d &#; &#x;"},
+      {"<a>1 < 2 <3 <=</a>", "1 < 2 <3 <="},
+      {"<a>x<!-- c -->y</a>", "xy"},
+      {"<?xml version='1.0'?><a>\xc3\xa9\xe2\x82\xac</a>", "\xe9?"},
+      {"<?xml version='1.0' encoding='ISO-8859-1'?><a>\xe9\xff</a>", "\xe9\xff"},
+      {"\xef\xbb\xbf<a>\xc3\xa9</a>", "\xe9"},
+      {"<!DOCTYPE a [<!ENTITY e \"v&#38;#60;\"><!ENTITY f '[&e;]'>]><a>&f;</a>", "[v<]"},
+      {"<!DOCTYPE a SYSTEM 'a.dtd' [<!ENTITY x SYSTEM 'x.txt'>]><a>1&x;2&unknown;3</a>", "123"},
+      {"<!DOCTYPE a [<!ENTITY e '<b>in</b>'>]><a>&e;</a>", "in"},
+  };
+  for (const Case& c : cases) {
+    CRecorder r;
+    const int bOk = r.Parse(c.xml);
+    std::string text;
+    for (const std::string& e : r.events)
+      if (e.compare(0, 2, "T ") == 0) text += e.substr(2);
+    if (!c.text) {
+      EXPECT_FALSE(bOk) << c.xml;
+      continue;
+    }
+    EXPECT_TRUE(bOk) << c.xml << ": " << S(r.GetErrorText());
+    EXPECT_EQ(text, c.text) << c.xml;
+  }
+  EXPECT_EQ(Events("<!DOCTYPE a [<!ENTITY e '<b>in</b>'>]><a>&e;</a>"),
+            "[\nS A\nS B\nT in\nE B\nE A\n]");
+}
+
+TEST(KXmlParser, AttributeValues) {
+  EXPECT_EQ(Events("<a v=\"x\ty\r\nz\n\" w='&lt;\"&#9;' u=\"1<2 & 3\"/>"),
+            "[\nS A v=x y z  w=<\"\t u=1<2 & 3\nE A\n]");
+  EXPECT_EQ(Events("<!DOCTYPE a [<!ENTITY e 'p&#10;q'>]><a v='&e;'/>"), "[\nS A v=p q\nE A\n]");
+  EXPECT_EQ(Events("<a v='1' V='2'/>"), "[\nS A v=1 V=2\nE A\n]");
+}
+
+TEST(KXmlParser, ErrorsGiveLineAndColumn) {
+  struct Case {
+    const char* xml;
+    int code, line, column;
+  };
+  const Case cases[] = {
+      {"", KXML_ERR_NO_ROOT, 1, 1},
+      {"<a>\n  <b></c>\n</a>", KXML_ERR_TAG_MISMATCH, 2, 6},
+      {"<a>\r\n<b>", KXML_ERR_UNCLOSED, 2, 4},
+      {"<a x='1' x='2'/>", KXML_ERR_SYNTAX, 1, 10},
+      {"<a x=1/>", KXML_ERR_SYNTAX, 1, 6},
+      {"<a>\x01</a>", KXML_ERR_CHAR, 1, 4},
+      {"<a>&#0;</a>", KXML_ERR_CHAR, 1, 4},
+      {"<a>&#xD800;</a>", KXML_ERR_CHAR, 1, 4},
+      {"<a>\xc3</a>", KXML_ERR_ENCODING, 1, 4},
+      {"<a>\xc0\x80</a>", KXML_ERR_ENCODING, 1, 4},
+      {"<a>]]></a>", KXML_ERR_SYNTAX, 1, 4},
+      {"<a><!-- a -- b --></a>", KXML_ERR_SYNTAX, 1, 11},
+      {"<a>&nope;</a>", KXML_ERR_ENTITY, 1, 4},
+      {"<!DOCTYPE a [<!ENTITY e '&e;'>]><a>&e;</a>", KXML_ERR_ENTITY, 1, 36},
+      {"<!DOCTYPE a [<!ENTITY e '<b>'>]><a>&e;</b></a>", KXML_ERR_ENTITY, 1, 36},
+      {"<a/>text", KXML_ERR_SYNTAX, 1, 5},
+      {"x<a/>", KXML_ERR_SYNTAX, 1, 1},
+      {" <?xml version='1.0'?><a/>", KXML_ERR_SYNTAX, 1, 2},
+      {"<?xml encoding='UTF-8'?><a/>", KXML_ERR_SYNTAX, 1, 7},
+      {"\xff\xfe<\0a\0/\0>\0", KXML_ERR_ENCODING, 1, 1},
+      {"<a><![CDATA[x</a>", KXML_ERR_UNCLOSED, 1, 4},
+      {"<a/><!DOCTYPE a>", KXML_ERR_SYNTAX, 1, 5},
+  };
+  for (const Case& c : cases) {
+    CRecorder r;
+    const std::string xml = c.xml[0] == '\xff' ? std::string(c.xml, 10) : std::string(c.xml);
+    EXPECT_FALSE(r.Parse(xml.data(), (unsigned)xml.size())) << c.xml;
+    EXPECT_EQ(r.GetErrorCode(), c.code) << c.xml << ": " << S(r.GetErrorText());
+    EXPECT_EQ(r.GetErrorLine(), c.line) << c.xml;
+    EXPECT_EQ(r.GetErrorColumn(), c.column) << c.xml;
+    const std::string prefix =
+        "line " + std::to_string(c.line) + ", column " + std::to_string(c.column) + ": ";
+    EXPECT_EQ(S(r.GetErrorText()).compare(0, prefix.size(), prefix), 0) << S(r.GetErrorText());
+    ASSERT_GE(r.events.size(), 3u);
+    EXPECT_EQ(r.events.front(), "[");
+    EXPECT_EQ(r.events[r.events.size() - 2], "!");
+    EXPECT_EQ(r.events.back(), "]");
+  }
+  // A good parse after a bad one clears the error.
+  CRecorder r;
+  EXPECT_FALSE(r.Parse("<a>"));
+  EXPECT_TRUE(r.Parse("<a/>"));
+  EXPECT_EQ(r.GetErrorCode(), KXML_OK);
+  EXPECT_EQ(S(r.GetErrorText()), "");
+}
+
+TEST(KXmlParser, HostileInputFailsCleanly) {
+  // A million nested elements: refused at the depth limit, no stack growth.
+  std::string deep;
+  for (int i = 0; i < 1000000; ++i) deep += "<a>";
+  CKXmlParser p;
+  EXPECT_FALSE(p.Parse(deep.data(), (unsigned)deep.size()));
+  EXPECT_EQ(p.GetErrorCode(), KXML_ERR_DEPTH);
+  EXPECT_EQ(p.GetErrorColumn(), 10000 * 3 + 1);
+  p.SetMaxDepth(2);
+  EXPECT_TRUE(p.Parse("<a><b/></a>"));
+  EXPECT_FALSE(p.Parse("<a><b><c/></b></a>"));
+  // Exponential entity expansion stops at the expansion limit.
+  std::string laughs = "<!DOCTYPE a [<!ENTITY l0 'lollollollollollollollollollol'>";
+  for (int i = 1; i < 12; ++i)
+    laughs += "<!ENTITY l" + std::to_string(i) + " '" + [&] {
+      std::string s;
+      for (int k = 0; k < 10; ++k) s += "&l" + std::to_string(i - 1) + ";";
+      return s;
+    }() + "'>";
+  laughs += "]><a>&l11;</a>";
+  EXPECT_FALSE(p.Parse(laughs.c_str()));
+  EXPECT_EQ(p.GetErrorCode(), KXML_ERR_LIMIT);
+  // Every prefix of a document ends cleanly (no read past the end).
+  const std::string doc =
+      "<?xml version='1.0'?><!DOCTYPE a [<!ENTITY e 'v'>]><a x='1'>t&e;<![CDATA[c]]><!--k--><?p d?></a>";
+  for (size_t n = 0; n < doc.size(); ++n) {
+    const std::string part = doc.substr(0, n);
+    std::vector<char> exact(part.begin(), part.end());  // no terminator after the bytes
+    CKXmlParser q;
+    EXPECT_FALSE(q.Parse(exact.data(), (unsigned)exact.size())) << part;
+  }
+  EXPECT_TRUE(p.Parse(doc.c_str()));
+}
+
+TEST(KXmlParser, FilesAndStrings) {
+  CKTestTempDir tmp;
+  const std::string path = tmp.Path("doc.xml");
+  ASSERT_TRUE(KStrTextToFile(path.c_str(), "<a>\n<b>x</b>\n</a>"));
+  CRecorder r;
+  EXPECT_TRUE(r.ParseFile(path.c_str()));
+  EXPECT_EQ(r.Joined(), "[\nS A\nS B\nT x\nE B\nE A\n]");
+  CRecorder missing;
+  EXPECT_FALSE(missing.ParseFile(tmp.Path("none.xml").c_str()));
+  EXPECT_EQ(missing.GetErrorCode(), KXML_ERR_NO_INPUT);
+  EXPECT_EQ(missing.Joined(), "[\n!\n]");
+  // SetString keeps its own reference: the caller's text may go.
+  CRecorder s;
+  {
+    CKString text("<q/>");
+    s.SetString(text);
+  }
+  EXPECT_TRUE(s.Parse());
+  EXPECT_EQ(s.Joined(), "[\nS Q\nE Q\n]");
+}
