@@ -1,6 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <cstring>
 #include <atomic>
 #include <string>
@@ -11,6 +16,7 @@
 #include <misc/KObj.h>
 
 #include "KTestLog.h"
+#include "KTestTemp.h"
 
 namespace {
 
@@ -689,6 +695,271 @@ TEST_F(ObjTest, RootHooks) {
   ObjType = [](int n) -> CKString { return KAnd("type ", KStr(n)); };
   EXPECT_EQ("type 2", S(other.TypeStr()));
   ObjType = nullptr;
+}
+
+// ---------------------------------------------------------------- XML
+
+std::string ReadAll(const std::string& strPath) {
+  std::ifstream f(strPath, std::ios::binary);
+  std::ostringstream ss;
+  ss << f.rdbuf();
+  return ss.str();
+}
+
+// root(F) [ a(I, props, flags) [ deep(F, loadable) ], tgt(I), link -> tgt ]
+CItem* BuildSample() {
+  CItem* root = Named("root", TYPE_FOLDER);
+  CItem* a = Named("a & b <c>");
+  a->SetDisplayName("Display=1$");
+  a->SetDescr("descr");
+  a->SetIcon("Folder");
+  a->SetParam1("p1");
+  a->SetParam2("p2");
+  a->SetPath("C:\\path");
+  a->SetParam1(-42);
+  a->AddFlag(KOBJ_MSELECTED | 0x4000);
+  a->SetDragable(TRUE);
+  a->SetExpanded(TRUE);
+  a->SetUpdated(TRUE);
+  a->PropAdd("a=b", "x<y");
+  a->PropAdd("Color", "red & $blue>");
+  a->PropAdd("Empty", "");
+  root->Add(a);
+  CItem* deep = Named("deep", TYPE_FOLDER);
+  deep->AddFlag(KOBJ_LOADABLE);
+  a->Add(deep);
+  CItem* tgt = Named("target");
+  root->Add(tgt);
+  root->Add(new CObjLink(tgt));
+  a->SetSelected();
+  return root;
+}
+
+void ExpectSameTree(CKObj* x, CKObj* y) {
+  ASSERT_NE(nullptr, y);
+  EXPECT_EQ(x->Type(), y->Type());
+  EXPECT_EQ(S(x->Key()), S(y->Key()));
+  EXPECT_EQ(S(x->Name()), S(y->Name()));
+  EXPECT_EQ(S(x->DisplayName()), S(y->DisplayName()));
+  EXPECT_EQ(S(x->Descr()), S(y->Descr()));
+  EXPECT_EQ(S(x->Icon()), S(y->Icon()));
+  EXPECT_EQ(S(x->Param1()), S(y->Param1()));
+  EXPECT_EQ(S(x->Param2()), S(y->Param2()));
+  EXPECT_EQ(S(x->Path()), S(y->Path()));
+  EXPECT_EQ(x->GetParam1Int(), y->GetParam1Int());
+  EXPECT_EQ(x->IsDragable(), y->IsDragable());
+  EXPECT_EQ(x->IsExpanded(), y->IsExpanded());
+  EXPECT_EQ(x->IsUpdated(), y->IsUpdated());
+  ASSERT_EQ(x->PropCount(), y->PropCount());
+  for (int i = 0; i < x->PropCount(); i++) {
+    EXPECT_EQ(S(x->Prop(i)->GetName()), S(y->Prop(i)->GetName()));
+    EXPECT_EQ(S(x->Prop(i)->GetValueStr()), S(y->Prop(i)->GetValueStr()));
+  }
+  ASSERT_EQ(x->Count(), y->Count());
+  for (int i = 0; i < x->Count(); i++) {
+    EXPECT_EQ(y, y->Get(i)->GetFather());
+    ExpectSameTree(x->Get(i), y->Get(i));
+  }
+}
+
+TEST_F(ObjTest, XmlRoundTripKeepsIdentityMembersPropertiesAndLinks) {
+  CKTestTempDir tmp;
+  const std::string strFile = tmp.Path("tree.xml");
+  CItem* root = BuildSample();
+  CKObj* a = root->Get(0);
+  CObjLink* link = root->Get(2)->ObjLink();
+  ASSERT_NE(nullptr, link);
+  CKString strXml;
+  ASSERT_TRUE(root->ToXmlString(strXml));
+  const std::string x = S(strXml);
+  EXPECT_EQ(0u, x.find("<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>\r\n"));
+  EXPECT_NE(std::string::npos, x.find("<aXMLOBJ_TAGEQb>xXMLOBJ_TAGINFy</aXMLOBJ_TAGEQb>"));
+  EXPECT_NE(std::string::npos, x.find("<XMLOBJMEMBER_NAME>a XMLOBJ_TAGAND b XMLOBJ_TAGINFcXMLOBJ_TAGSUP<"));
+  EXPECT_NE(std::string::npos, x.find("<XMLOBJMEMBER_SELECTED>TRUE<"));
+  // The deep folder is loadable and was loaded before being written.
+  EXPECT_EQ(1, static_cast<CItem*>(a->Get(0))->nLoads);
+  EXPECT_TRUE(a->Get(0)->HasFlag(KOBJ_LOADED));
+
+  // Save, delete, load: same identities, members and properties; the link
+  // re-attaches to the reloaded target.
+  ASSERT_TRUE(root->ToXml(strFile.c_str()));
+  EXPECT_EQ(x, ReadAll(strFile));
+  const std::string strKey = S(root->Key());
+  CItem* copy = static_cast<CItem*>(ObjCopy(root, FALSE));
+  ASSERT_NE(nullptr, copy);
+  delete root;
+  EXPECT_EQ(nullptr, ObjByKey(strKey.c_str()));
+  log.Clear();
+  CKObj* loaded = CKObj::CreateFromXml(strFile.c_str());
+  ASSERT_NE(nullptr, loaded);
+  EXPECT_EQ(loaded, ObjByKey(strKey.c_str()));
+  EXPECT_EQ(1u, log.Texts(512).size());
+  EXPECT_EQ(TYPE_FOLDER, loaded->Type());
+  EXPECT_EQ(KOBJ_MSELECTED | 0x4000, loaded->Get(0)->GetFlag() & ~KOBJ_LOADED);
+  EXPECT_TRUE(loaded->Get(0)->IsSelected());
+  CObjLink* l2 = loaded->Get(2)->ObjLink();
+  ASSERT_NE(nullptr, l2);
+  EXPECT_EQ(nullptr, l2->GetLinked());
+  EXPECT_EQ("target", S(l2->Name()));
+  loaded->ResolveLinks(TRUE);
+  EXPECT_EQ(loaded->Get(1), l2->GetLinked());
+  EXPECT_EQ(1, loaded->Get(1)->LinkCount());
+
+  // Saving the reloaded tree gives the same document.
+  CKString strAgain;
+  ASSERT_TRUE(loaded->ToXmlString(strAgain));
+  EXPECT_EQ(x, S(strAgain));
+  CKObj* fromText = CKObj::CreateFromXmlText(strAgain, strAgain.GetLength());
+  ExpectSameTree(loaded, fromText);
+  delete fromText;
+  delete loaded;
+  delete copy;
+}
+
+TEST_F(ObjTest, XmlOutputIsWellFormedForAnIndependentParser) {
+  if (std::system("python3 -c 'import xml.etree.ElementTree' >/dev/null 2>&1") != 0)
+    GTEST_SKIP() << "python3 with xml.etree is not available";
+  CKTestTempDir tmp;
+  const std::string strFile = tmp.Path("wf.xml");
+  CItem* root = BuildSample();
+  ASSERT_TRUE(root->ToXml(strFile.c_str()));
+  // Names and texts as the independent parser reads them back.
+  const std::string strOut = tmp.Path("out.txt");
+  const std::string strCmd =
+      "python3 -c \"import sys, xml.etree.ElementTree as E; r = E.parse(sys.argv[1]).getroot(); "
+      "e = r.find('XMLOBJ_ENTRY/XMLOBJ_CHILDREN/XMLOBJ_ENTRY'); "
+      "open(sys.argv[2], 'w').write(r.tag + '|' + e.find('XMLOBJMEMBER_NAME').text + '|' + "
+      "e.find('XMLOBJ_PROPS')[1].text)\" " +
+      strFile + " " + strOut;
+  ASSERT_EQ(0, std::system(strCmd.c_str()));
+  EXPECT_EQ("XMLOBJ_ROOT|a XMLOBJ_TAGAND b XMLOBJ_TAGINFcXMLOBJ_TAGSUP|red XMLOBJ_TAGAND XMLOBJ_TAGDOLblueXMLOBJ_TAGSUP",
+            ReadAll(strOut));
+  delete root;
+}
+
+TEST_F(ObjTest, XmlEscapes) {
+  struct Case {
+    const char* plain;
+    const char* encoded;
+  } cases[] = {
+      {"a=b", "aXMLOBJ_TAGEQb"},
+      {"x<y>z", "xXMLOBJ_TAGINFyXMLOBJ_TAGSUPz"},
+      {"&$", "XMLOBJ_TAGANDXMLOBJ_TAGDOL"},
+      {"plain", "plain"},
+      {"", ""},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(std::string(c.encoded), S(CKObj::XmlEncode(c.plain)));
+    EXPECT_EQ(std::string(c.plain), S(CKObj::XmlDecode(c.encoded)));
+  }
+  // Tag words already in a text are not protected; unknown ones stay.
+  EXPECT_EQ("a=b", S(CKObj::XmlDecode("aXMLOBJ_TAGEQb")));
+  EXPECT_EQ("XMLOBJ_TAGXY", S(CKObj::XmlDecode("XMLOBJ_TAGXY")));
+  EXPECT_EQ("XMLOBJ_TAG=", S(CKObj::XmlDecode("XMLOBJ_TAGXMLOBJ_TAGEQ")));
+}
+
+TEST_F(ObjTest, XmlRefusals) {
+  CKTestTempDir tmp;
+  // A property of another type is not saved.
+  CItem o;
+  o.PropAdd("num", "1")->SetType(3);
+  o.PropAdd("txt", "t");
+  CKString strXml;
+  log.Clear();
+  ASSERT_TRUE(o.ToXmlString(strXml));
+  EXPECT_TRUE(log.HasAssert("pProp->GetType()==VT_BSTR", "src/KObjXml"));
+  EXPECT_EQ(std::string::npos, S(strXml).find("<num>"));
+  const std::string strItem = tmp.Path("item.xml");
+  ASSERT_TRUE(o.ToXml(strItem.c_str()));
+
+  // Unrelated types: refused, object unchanged.
+  CFolder f;
+  f.Rename("unchanged");
+  log.Clear();
+  EXPECT_FALSE(f.LoadFromXml(strItem.c_str()));
+  EXPECT_EQ("ERROR => CKObj.FromXml(): Types are unrelated '2' & '1'", log.Last());
+  EXPECT_EQ("unchanged", S(f.Name()));
+  CItem same;
+  EXPECT_TRUE(same.LoadFromXml(strItem.c_str()));
+  EXPECT_EQ(S(o.Key()), S(same.Key()));
+  EXPECT_EQ("t", S(same.PropValue("txt")));
+
+  struct Case {
+    const char* name;
+    std::string text;
+    const char* line;
+    int type;
+  } cases[] = {
+      {"notxml", "<a><b></a>", "ERROR (2) => CKObj.FromXml(): Unable to parse file ", 10},
+      {"noroot", "<OTHER/>", "ERROR =>  CKObj.FromXml(): Invalid file format (", 10},
+      {"empty", "<XMLOBJ_ROOT></XMLOBJ_ROOT>", "ERROR =>  CKObj.FromXml(): file is empty (no CKObj) (", 10},
+      {"unknown",
+       "<XMLOBJ_ROOT><XMLOBJ_ENTRY><XMLOBJMEMBER_TYPE>77</XMLOBJMEMBER_TYPE></XMLOBJ_ENTRY></XMLOBJ_ROOT>",
+       "ERROR =>  CKObj.FromXml(): Unable to create root cause type is unknown by ObjNew (77)", 24},
+      {"noname",
+       "<XMLOBJ_ROOT><XMLOBJ_ENTRY><XMLOBJMEMBER_TYPE>2</XMLOBJMEMBER_TYPE></XMLOBJ_ENTRY></XMLOBJ_ROOT>",
+       "ERROR (1) => CKObj.ReadXmlMember(): Requested member not found (NAME)", 10},
+  };
+  for (const Case& c : cases) {
+    const std::string strPath = tmp.Path(c.name);
+    std::ofstream(strPath, std::ios::binary) << c.text;
+    log.Clear();
+    EXPECT_EQ(nullptr, CKObj::CreateFromXml(strPath.c_str())) << c.name;
+    bool bSeen = false;
+    for (const std::string& s : log.Texts(c.type)) bSeen = bSeen || s.find(c.line) == 0;
+    EXPECT_TRUE(bSeen) << c.name << ": " << log.Last();
+  }
+  EXPECT_EQ(nullptr, CKObj::CreateFromXml(tmp.Path("missing").c_str()));
+
+  // A child of an unknown type, a child that is not an entry, missing tags.
+  std::string strDoc = S(strXml);
+  struct Edit {
+    const char* from;
+    const char* to;
+    const char* line;
+    int type;
+  } edits[] = {
+      {"<XMLOBJ_CHILDREN></XMLOBJ_CHILDREN>",
+       "<XMLOBJ_CHILDREN><XMLOBJ_ENTRY><XMLOBJMEMBER_TYPE>9</XMLOBJMEMBER_TYPE></XMLOBJ_ENTRY></XMLOBJ_CHILDREN>",
+       "ERROR =>  CKObj.FromXml(): Unable to create obj cause type is unknown by ObjNew (9)", 24},
+      {"<XMLOBJ_CHILDREN></XMLOBJ_CHILDREN>", "", "ERROR => CKObj.FromXml(): Cannot find XMLOBJ_CHILDREN tag", 10},
+      {"<XMLOBJ_SPECIFIC></XMLOBJ_SPECIFIC>", "", "ERROR => CKObj.FromXml(): Cannot find XMLOBJ_SPECIFIC tag", 10},
+      {"<XMLOBJ_CHILDREN></XMLOBJ_CHILDREN>", "<XMLOBJ_CHILDREN><X></X></XMLOBJ_CHILDREN>",
+       "Assertion failed (EQ(pTree->GetName(), _T(\"XMLOBJ_ENTRY\"))) in src/KObjXml", 8},
+  };
+  for (const Edit& e : edits) {
+    std::string strBad = strDoc;
+    const size_t nAt = strBad.find(e.from);
+    ASSERT_NE(std::string::npos, nAt) << e.from;
+    strBad.replace(nAt, strlen(e.from), e.to);
+    log.Clear();
+    EXPECT_EQ(nullptr, CKObj::CreateFromXmlText(strBad.c_str(), (unsigned)strBad.size()));
+    bool bSeen = false;
+    for (const std::string& s : log.Texts(e.type)) bSeen = bSeen || s.find(e.line) == 0;
+    EXPECT_TRUE(bSeen) << e.line << ": " << log.Last();
+  }
+}
+
+TEST_F(ObjTest, XmlSaveReplacesWholeFilesOnly) {
+  CKTestTempDir tmp;
+  const std::string strFile = tmp.Path("keep.xml");
+  CItem o;
+  o.Rename("first");
+  ASSERT_TRUE(o.ToXml(strFile.c_str()));
+  o.Rename("second");
+  ASSERT_TRUE(o.ToXml(strFile.c_str()));
+  CKString strXml;
+  o.ToXmlString(strXml);
+  EXPECT_EQ(S(strXml), ReadAll(strFile));
+  int nFiles = 0;
+  for (const auto& e : std::filesystem::directory_iterator(tmp.Dir())) {
+    (void)e;
+    nFiles++;
+  }
+  EXPECT_EQ(1, nFiles);  // no temporary file left
+  log.Clear();
+  EXPECT_FALSE(o.ToXml(tmp.Path("no/such/dir/x.xml").c_str()));
+  EXPECT_NE(std::string::npos, log.Last().find("ERROR => CKObj.ToXml(): Unable to write file "));
 }
 
 }  // namespace

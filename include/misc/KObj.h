@@ -314,7 +314,23 @@ public:
   int PropLoad();
   int PropSave();
 
+  // XML persistence.
+  int ToXmlString(CKString& strXml);
+  int ToXml(const char* szFile);
+  int LoadFromXml(const char* szFile);
+  static CKObj* CreateFromXml(const char* szFile);
+  // CreateFromXml on a document held in memory (no file).
+  static CKObj* CreateFromXmlText(const char* pText, unsigned nLength);
+  int FromXml(CKXmlTree* pTree);
+  // Member element names and values, property names and values.
+  static CKString XmlEncode(const char* sz);
+  static CKString XmlDecode(const char* sz);
+
 protected:
+  void WriteXmlMember(CKXmlTree* pTree, const char* szName, const char* szValue);
+  static int ReadXmlMember(CKXmlTree* pTree, const char* szName, CKString& strValue);
+  int ReadXmlMember(CKXmlTree* pTree, int nIndex, CKString& strName, CKString& strValue);
+
   // Fields in their declared order.
   int m_nRefs;
   int m_nType;
@@ -346,6 +362,8 @@ protected:
   int SetKeyIdentity(const CKGuid& g);
 
 private:
+  int ObjToXml(CKXmlTree* pTree);
+  static CKObj* CreateFromTree(CKXmlTree* pTree, const char* szFile);
   // Takes p as a child: refs + 1, main father when it is its first.
   void Take(CKObj* p);
   void Release(CKObj* p);
