@@ -9,6 +9,7 @@
 #include "platform/KPlatformFile.h"
 #include "platform/KPlatformMemory.h"
 #include "platform/KPlatformRandom.h"
+#include "platform/KPlatformSave.h"
 #include "platform/KPlatformThread.h"
 #include "platform/KPlatformTime.h"
 
