@@ -88,6 +88,33 @@ void BM_StdMapByKeyText(benchmark::State& state) {
 }
 BENCHMARK(BM_StdMapByKeyText);
 
+CKObj* NewObj(int) { return new CKObj; }
+
+void BM_ToXmlString(benchmark::State& state) {
+  std::unique_ptr<CKObj> root(BuildTree(kObjects));
+  for (auto _ : state) {
+    CKString s;
+    root->ToXmlString(s);
+    benchmark::DoNotOptimize((const char*)s);
+  }
+  state.SetItemsProcessed(state.iterations() * kObjects);
+}
+BENCHMARK(BM_ToXmlString)->Unit(benchmark::kMillisecond);
+
+void BM_CreateFromXml(benchmark::State& state) {
+  std::unique_ptr<CKObj> root(BuildTree(kObjects));
+  CKString s;
+  root->ToXmlString(s);
+  ObjNew = NewObj;
+  for (auto _ : state) {
+    std::unique_ptr<CKObj> p(CKObj::CreateFromXmlText(s, s.GetLength()));
+    benchmark::DoNotOptimize(p.get());
+  }
+  state.SetItemsProcessed(state.iterations() * kObjects);
+  state.counters["MB"] = s.GetLength() / 1e6;
+}
+BENCHMARK(BM_CreateFromXml)->Unit(benchmark::kMillisecond);
+
 #if defined(__GLIBC__)
 void BM_BytesPerObject(benchmark::State& state) {
   double dBytes = 0;
@@ -126,8 +153,9 @@ int main(int argc, char** argv) {
   CBestReporter rep;
   benchmark::RunSpecifiedBenchmarks(&rep);
   const double k = rep.best["BM_ObjByKey"], m = rep.best["BM_StdMapByKeyText"];
-  const double b = rep.best["BM_BuildTree"];
-  if (b > 0) std::printf("build: %.0f objects/s\n", kObjects / (b * 1e-9));
+  const char* const perObject[] = {"BM_BuildTree", "BM_ToXmlString", "BM_CreateFromXml"};
+  for (const char* sz : perObject)
+    if (rep.best[sz] > 0) std::printf("%s: %.0f objects/s\n", sz, kObjects / (rep.best[sz] * 1e-9));
   if (k > 0 && m > 0)
     std::printf("ratio ObjByKey / unordered_map<string>::find: %.2f (%.1f M look-ups/s)\n", k / m,
                 1e3 / k);
