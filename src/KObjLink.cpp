@@ -34,6 +34,12 @@ void CObjLink::SetInfoProp(const char* szName, const char* szValue) {
 }
 
 void CObjLink::SetLinked(CKObj* pLinked, int bKeepInfo) {
+  // A chain of links that comes back here would forward for ever.
+  for (CKObj* p = pLinked; p && p->ObjLink(); p = p->ObjLink()->m_pLinked)
+    if (p == this) {
+      KLog(10, "ERROR => CObjLink::SetLinked(): link cycle on ", NamePtr());
+      return;
+    }
   if (m_pLinked) m_pLinked->RevokeLink(this);
   m_pLinked = pLinked;
   if (pLinked) {
@@ -58,7 +64,7 @@ int CObjLink::ResolveLink() {
   CKObj* p = ObjByKey(strKey);
   if (p && p != this) {
     SetLinked(p, TRUE);
-    return TRUE;
+    if (m_pLinked == p) return TRUE;
   }
   KLog(10, "ERROR => Broken link on ", Name(), " with key=", strKey);
   return FALSE;

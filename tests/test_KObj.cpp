@@ -605,6 +605,16 @@ TEST_F(ObjTest, Links) {
   EXPECT_EQ("Broken Link", S(bare.Name()));
   delete again;
 
+  // Links to links never close a cycle.
+  CObjLink* first = new CObjLink((CKObj*)nullptr);
+  CObjLink second((CKObj*)first);
+  log.Clear();
+  first->SetLinked(&second, FALSE);
+  EXPECT_EQ(nullptr, first->GetLinked());
+  EXPECT_EQ(0u, log.Last().find("ERROR => CObjLink::SetLinked(): link cycle on "));
+  delete first;
+  EXPECT_EQ(nullptr, second.GetLinked());
+
   // A link dying first leaves its target's list.
   CItem t;
   { CObjLink l2(&t); }
