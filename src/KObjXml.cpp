@@ -281,17 +281,8 @@ int CKObj::FromXml(CKXmlTree* pTree) {
     pTree->SetAsCurrentNode(pChild);
     KASSERT_RETV_T(pChild && strcmp(pChild->GetName(), "XMLOBJ_ENTRY") == 0,
                    "EQ(pTree->GetName(), _T(\"XMLOBJ_ENTRY\"))", FALSE);
-    ReadXmlMember(pTree, "TYPE", s);
-    CKObj* pNew = ObjNew ? ObjNew(atoi(s)) : nullptr;
-    if (!pNew) {
-      KLog(24, "ERROR =>  CKObj.FromXml(): Unable to create obj cause type is unknown by ObjNew (",
-           s, ")");
-      return FALSE;
-    }
-    if (!pNew->FromXml(pTree)) {
-      delete pNew;
-      return FALSE;
-    }
+    CKObj* pNew = NewFromEntry(pTree, "obj");
+    if (!pNew) return FALSE;
     m_Children.Add(pNew);
     Take(pNew);
   }
@@ -319,17 +310,27 @@ int FindEntry(CKXmlTree* pTree, const char* szFile, int nWho) {
   return TRUE;
 }
 
+// The DOM parser the loaders use: element names as written, bounded nesting.
+void PrepareDom(CKXmlParserDOM& dom) {
+  dom.SetTagUpCase(FALSE);
+  dom.SetMaxDepth(kMaxXmlDepth);
+}
+
+// Parses szFile; a failure logs the loader's line.
+int ParseDocFile(CKXmlParserDOM& dom, const char* szFile, int nWho) {
+  PrepareDom(dom);
+  if (dom.ParseFile(szFile)) return TRUE;
+  KLog(10, "ERROR (2) => CKObj.", nWho == LOAD_FILL ? "LoadFromXml" : "FromXml",
+       "(): Unable to parse file ", szFile);
+  return FALSE;
+}
+
 }  // namespace
 
 int CKObj::LoadFromXml(const char* szFile) {
   const unsigned long nStart = KTimerStart();
   CKXmlParserDOM dom;
-  dom.SetTagUpCase(FALSE);
-  dom.SetMaxDepth(kMaxXmlDepth);
-  if (!dom.ParseFile(szFile)) {
-    KLog(10, "ERROR (2) => CKObj.LoadFromXml(): Unable to parse file ", szFile);
-    return FALSE;
-  }
+  if (!ParseDocFile(dom, szFile, LOAD_FILL)) return FALSE;
   CKXmlTree* pTree = dom.GetTree();
   KASSERT_RETV(pTree, FALSE);
   if (!FindEntry(pTree, szFile, LOAD_FILL)) return FALSE;
@@ -341,12 +342,16 @@ int CKObj::LoadFromXml(const char* szFile) {
 CKObj* CKObj::CreateFromTree(CKXmlTree* pTree, const char* szFile) {
   KASSERT_RETV(pTree, nullptr);
   if (!FindEntry(pTree, szFile, LOAD_CREATE)) return nullptr;
+  return NewFromEntry(pTree, "root");
+}
+
+CKObj* CKObj::NewFromEntry(CKXmlTree* pTree, const char* szWhat) {
   CKString strType;
   ReadXmlMember(pTree, "TYPE", strType);
   CKObj* p = ObjNew ? ObjNew(atoi(strType)) : nullptr;
   if (!p) {
-    KLog(24, "ERROR =>  CKObj.FromXml(): Unable to create root cause type is unknown by ObjNew (",
-         strType, ")");
+    KLog(24, "ERROR =>  CKObj.FromXml(): Unable to create ", szWhat,
+         " cause type is unknown by ObjNew (", strType, ")");
     return nullptr;
   }
   if (!p->FromXml(pTree)) {
@@ -359,12 +364,7 @@ CKObj* CKObj::CreateFromTree(CKXmlTree* pTree, const char* szFile) {
 CKObj* CKObj::CreateFromXml(const char* szFile) {
   const unsigned long nStart = KTimerStart();
   CKXmlParserDOM dom;
-  dom.SetTagUpCase(FALSE);
-  dom.SetMaxDepth(kMaxXmlDepth);
-  if (!dom.ParseFile(szFile)) {
-    KLog(10, "ERROR (2) => CKObj.FromXml(): Unable to parse file ", szFile);
-    return nullptr;
-  }
+  if (!ParseDocFile(dom, szFile, LOAD_CREATE)) return nullptr;
   CKObj* p = CreateFromTree(dom.GetTree(), szFile);
   if (p) KTimerTrace2(512, "CKObj::FromXml => ", nStart);
   return p;
@@ -372,8 +372,7 @@ CKObj* CKObj::CreateFromXml(const char* szFile) {
 
 CKObj* CKObj::CreateFromXmlText(const char* pText, unsigned nLength) {
   CKXmlParserDOM dom;
-  dom.SetTagUpCase(FALSE);
-  dom.SetMaxDepth(kMaxXmlDepth);
+  PrepareDom(dom);
   if (!pText || !dom.Parse(pText, nLength)) {
     KLog(10, "ERROR (2) => CKObj.FromXml(): Unable to parse text");
     return nullptr;

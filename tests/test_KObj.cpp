@@ -920,6 +920,12 @@ TEST_F(ObjTest, XmlRefusals) {
     EXPECT_TRUE(bSeen) << c.name << ": " << log.Last();
   }
   EXPECT_EQ(nullptr, CKObj::CreateFromXml(tmp.Path("missing").c_str()));
+  log.Clear();
+  EXPECT_FALSE(same.LoadFromXml(tmp.Path("notxml").c_str()));
+  EXPECT_EQ("ERROR (2) => CKObj.LoadFromXml(): Unable to parse file " + tmp.Path("notxml"), log.Last());
+  EXPECT_FALSE(same.LoadFromXml(tmp.Path("empty").c_str()));
+  EXPECT_EQ("ERROR =>  CKObj.LoadFromXml(): file is empty (no CKObj) (" + tmp.Path("empty") + ")",
+            log.Last());
 
   // A child of an unknown type, a child that is not an entry, missing tags.
   std::string strDoc = S(strXml);

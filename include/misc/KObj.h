@@ -364,6 +364,9 @@ protected:
 private:
   int ObjToXml(CKXmlTree* pTree);
   static CKObj* CreateFromTree(CKXmlTree* pTree, const char* szFile);
+  // The object of the entry under the cursor, made by ObjNew and filled;
+  // szWhat names it in the unknown-type line ("obj" or "root").
+  static CKObj* NewFromEntry(CKXmlTree* pTree, const char* szWhat);
   // Takes p as a child: refs + 1, main father when it is its first.
   void Take(CKObj* p);
   void Release(CKObj* p);
