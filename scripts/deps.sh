@@ -3,7 +3,7 @@
 set -euo pipefail
 # g++-multilib and lib32z1-dev serve the 32-bit build, which compiles GoogleTest
 # from the googletest source package.
-pkgs=(g++ clang cmake ninja-build make pkg-config zlib1g-dev libgtest-dev libbenchmark-dev tzdata
+pkgs=(g++ clang cmake ninja-build make pkg-config zlib1g-dev libgtest-dev libbenchmark-dev libxml2-dev libpugixml-dev libexpat1-dev tzdata
       g++-multilib lib32z1-dev googletest)
 missing=()
 for p in "${pkgs[@]}"; do

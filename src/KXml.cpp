@@ -257,10 +257,6 @@ CKXmlTreeNode* CKXmlTree::AddChild(const char* szName, const char* szValue) {
 }
 
 int CKXmlTree::RemoveChild(int i) {
-  // A cursor inside the removed subtree would dangle: it goes to its father.
-  CKXmlTreeNode* c = m_pCurrent->m_Children.Get(i);
-  if (i < 0 || i >= m_pCurrent->m_Children.Count()) return FALSE;
-  if (c == m_pCurrent || (c && c->Find(m_pCurrent, TRUE))) m_pCurrent = c->m_pFather;
   return m_pCurrent->RemoveChildAt(i);
 }
 
@@ -382,7 +378,7 @@ void CKXmlParserDOM::InitDOM() {
 }
 
 int CKXmlParserDOM::OnStart() {
-  m_Tree.SetRootAsCurrentNode();
+  m_Tree.SetRootAsCurrentNode();  // the cursor may be on a node about to go
   m_Tree.RemoveAllChildren();
   return TRUE;
 }
@@ -391,8 +387,11 @@ int CKXmlParserDOM::OnEnd() {
   return TRUE;
 }
 int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes) {
-  m_Tree.SetAsCurrentNode(m_Tree.AddChild(szName));
-  m_Tree.SetParamValue(pAttributes);
+  CKXmlTreeNode* p = m_Tree.AddChild(szName);
+  m_Tree.SetAsCurrentNode(p);
+  // The new node has no attributes yet: a copy of the list is the same as
+  // appending each pair, and shares the texts instead of copying them.
+  if (pAttributes && pAttributes->Count()) p->CKListParamValue::operator=(*pAttributes);
   return TRUE;
 }
 int CKXmlParserDOM::OnEndTag(const char*) {

@@ -26,7 +26,7 @@ struct KXmlTables {
       const bool bCtl = c < 0x20 && c != '\t' && c != '\n';
       text[c] = c >= 0x80 ? T_HIGH : (bCtl || c == '<' || c == '&' || c == ']') ? T_SPECIAL : T_PLAIN;
       attr[c] = c >= 0x80 ? T_HIGH
-                : (c < 0x20 || c == '&' || c == '"' || c == '\'') ? T_SPECIAL
+                : (c < 0x20 || c == '&' || c == '"' || c == '\'' || c == '<') ? T_SPECIAL
                                                                    : T_PLAIN;
       const bool bStart = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':' ||
                           c >= 0x80;
@@ -121,6 +121,58 @@ struct Entity {
   bool bExpanding;
 };
 
+// An attribute declared in the internal subset: its default and whether its
+// values are tokens (blanks trimmed and collapsed) rather than CDATA.
+struct AttDef {
+  std::string strElement, strName, strDefault;
+  bool bTokens;
+  bool bDefault;
+};
+
+// The attributes handed to OnStartTag. Between tags the pairs' string
+// objects are parked and reused, so a tag costs no allocation once the
+// parser is warm (unless a handler kept a copy of a text).
+class AttrList : public CKListParamValue {
+public:
+  AttrList() {}
+  AttrList(const AttrList&) = delete;
+  AttrList& operator=(const AttrList&) = delete;
+  ~AttrList() override {
+    for (CKString* p : m_spare) delete p;
+  }
+  void Reset() {
+    Park(m_ListParam);
+    Park(m_ListValue);
+  }
+  void Add(const char* szName, const char* szValue) {
+    Put(m_ListParam, szName);
+    Put(m_ListValue, szValue);
+  }
+
+private:
+  void Park(CKList& l) {
+    while (l.Count()) {
+      CKString* p = (CKString*)l.PileRemove(l.Count() - 1);
+      if (p) m_spare.push_back(p);
+    }
+  }
+  void Put(CKList& l, const char* sz) {
+    CKString* p;
+    if (m_spare.empty()) {
+      p = new CKString(sz);
+    } else {
+      p = m_spare.back();
+      m_spare.pop_back();
+      *p = sz;
+    }
+    if (l.PileAdd(p) < 0) {
+      delete p;
+      throw CKMemoryException(KSRC_PATH, __LINE__);
+    }
+  }
+  std::vector<CKString*> m_spare;
+};
+
 // Thrown once the error is recorded; caught by Parse.
 struct KXmlStop {};
 
@@ -137,15 +189,19 @@ struct CKXmlParser::Impl {
   bool m_bSeenRoot = false;
   bool m_bSeenDoctype = false;
   bool m_bUnknownDecls = false;  // entities may be declared where the parser does not read
+  bool m_bStandalone = false;
   bool m_bTextReal = false;      // the text buffer holds more than markup blanks
   size_t m_nTextLiteral = 0;     // where the last reference or CDATA ended in m_text
   int m_nLevel = 0;              // entity nesting
   size_t m_nExpanded = 0;
   size_t m_nExpandLimit = 0;
-  Buf m_text, m_name, m_value, m_stack, m_pi;
+  Buf m_text, m_name, m_value, m_attName, m_stack, m_pi;
   std::vector<size_t> m_open;  // start of each open element's name in m_stack
   std::vector<Entity> m_entities;
-  CKListParamValue m_attrs;
+  std::vector<AttDef> m_attDefs;
+  bool m_bInDtd = false;     // no text tolerance in declarations
+  bool m_bSkipDecls = false;  // after an unread parameter entity: declarations not processed
+  AttrList m_attrs;
 
   explicit Impl(CKXmlParser& parser) : m_parser(parser) {}
 
@@ -271,16 +327,10 @@ struct CKXmlParser::Impl {
     if (!IsXmlChar(v)) Fail(KXML_ERR_CHAR, pAt, "character reference to a character not allowed in XML");
     return v;
   }
-  // Whether a reference ("&name;" or "&#...;") starts at p; a lone '&' is text.
+  // Whether a reference ("&name;" or "&#...") starts at p; a lone '&' is text.
   static bool IsReference(const char* p, const char* pEnd) {
-    if (pEnd - p < 3) return false;
-    if (p[1] == '#') {
-      const char* q = p + 2;
-      if (q < pEnd && *q == 'x') ++q;
-      const char* d = q;
-      while (q < pEnd && ((*q >= '0' && *q <= '9') || (*q >= 'a' && *q <= 'f') || (*q >= 'A' && *q <= 'F'))) ++q;
-      return q > d && q < pEnd && *q == ';';
-    }
+    if (pEnd - p < 2) return false;
+    if (p[1] == '#') return true;  // must then be a good character reference
     const size_t n = NameLength(p + 1, pEnd);
     return n && p + 1 + n < pEnd && p[1 + n] == ';';
   }
@@ -356,11 +406,13 @@ struct CKXmlParser::Impl {
       const char c = *p;
       if (c == '<') {
         if (IsMarkup(p, pEnd)) return;
+        if (m_nLevel) Fail(KXML_ERR_SYNTAX, p, "'<' in entity text");
         m_text.Push('<');
         m_bTextReal = true;
         ++p;
       } else if (c == '&') {
         if (!IsReference(p, pEnd)) {
+          if (m_nLevel) Fail(KXML_ERR_SYNTAX, p, "'&' in entity text is not a reference");
           m_text.Push('&');
           m_bTextReal = true;
           ++p;
@@ -372,8 +424,9 @@ struct CKXmlParser::Impl {
         m_text.Push(']');
         ++p;
       } else if (c == '\r') {
-        m_text.Push('\n');
-        if (++p < pEnd && *p == '\n') ++p;
+        // A CR in replacement text came from a character reference: kept.
+        m_text.Push(m_nLevel ? '\r' : '\n');
+        if (++p < pEnd && *p == '\n' && !m_nLevel) ++p;
       } else if ((unsigned char)c >= 0x80) {
         p += High(p, pEnd, m_text);
       } else {
@@ -443,8 +496,13 @@ struct CKXmlParser::Impl {
       if (c == '"' || c == '\'') {
         b.Push(c);
         ++p;
+      } else if (c == '<') {
+        if (m_nLevel || m_bInDtd) Fail(KXML_ERR_SYNTAX, p, "'<' in an attribute value");
+        b.Push(c);
+        ++p;
       } else if (c == '&') {
         if (!IsReference(p, pEnd)) {
+          if (m_nLevel || m_bInDtd) Fail(KXML_ERR_SYNTAX, p, "'&' in an attribute value is not a reference");
           b.Push('&');
           ++p;
         } else if (p[1] == '#') {
@@ -470,8 +528,8 @@ struct CKXmlParser::Impl {
           }
         }
       } else if (c == '\r') {
-        b.Push(' ');
-        if (++p < pEnd && *p == '\n') ++p;
+        b.Push(' ');  // a CR LF of the document is one line end, a referenced one two blanks
+        if (++p < pEnd && *p == '\n' && !m_nLevel) ++p;
       } else if (c == '\t' || c == '\n') {
         b.Push(' ');
         ++p;
@@ -499,7 +557,7 @@ struct CKXmlParser::Impl {
     const char* pAt = p;
     ++p;
     Name(p, pEnd, m_name);
-    m_attrs.Empty();
+    m_attrs.Reset();
     bool bEmpty = false;
     for (;;) {
       const char* q = SkipBlanks(p, pEnd);
@@ -517,15 +575,15 @@ struct CKXmlParser::Impl {
       if (q == p) Fail(KXML_ERR_SYNTAX, q, "white space expected before an attribute");
       p = q;
       const char* pName = p;
-      Name(p, pEnd, m_value);
-      const CKString strName(m_value.CStr());
+      Name(p, pEnd, m_attName);
       p = SkipBlanks(p, pEnd);
       Expect(p, pEnd, '=', "'=' expected after an attribute name");
       p = SkipBlanks(p, pEnd);
       AttValue(p, pEnd, m_value);
-      if (m_attrs.Find(strName) >= 0) Fail(KXML_ERR_SYNTAX, pName, "duplicate attribute");
-      m_attrs.AddValue(strName, m_value.CStr());
+      if (m_attrs.Find(m_attName.CStr()) >= 0) Fail(KXML_ERR_SYNTAX, pName, "duplicate attribute");
+      m_attrs.Add(m_attName.CStr(), m_value.CStr());
     }
+    if (!m_attDefs.empty()) ApplyAttDefs();
     if ((int)m_open.size() >= m_parser.m_nMaxDepth) Fail(KXML_ERR_DEPTH, pAt, "elements nested too deeply");
     if (!m_nLevel && m_open.empty()) m_bSeenRoot = true;
     if (!bEmpty) {
@@ -704,6 +762,7 @@ struct CKXmlParser::Impl {
       s = e + 1;
     }
     if (!nNext) Fail(KXML_ERR_SYNTAX, pAt, "version missing in the XML declaration");
+    m_bStandalone = m_attrs.GetValue("standalone") == "yes";
     const CKString strEnc = m_attrs.GetValue("encoding");
     if (strEnc.GetLength()) {
       if (!strEnc.CompareNoCase("UTF-16") || !strEnc.CompareNoCase("UTF16"))
@@ -741,7 +800,7 @@ struct CKXmlParser::Impl {
     p = e + 1;
   }
   // SYSTEM "uri" or PUBLIC "id" "uri"; false when neither keyword is there.
-  bool ExternalId(const char*& p, const char* pEnd) {
+  bool ExternalId(const char*& p, const char* pEnd, bool bPublicOnly = false) {
     if (At(p, pEnd, "SYSTEM", 6)) {
       p += 6;
       NeedBlank(p, pEnd);
@@ -756,6 +815,10 @@ struct CKXmlParser::Impl {
       for (const char* c = s + 1; c < p - 1; ++c)
         if (!strchr(" \r\nabcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-'()+,./:=?;!*#@$_%", *c))
           Fail(KXML_ERR_CHAR, c, "character not allowed in a public identifier");
+      if (bPublicOnly) {
+        const char* q = SkipBlanks(p, pEnd);
+        if (q >= pEnd || (*q != '"' && *q != '\'')) return true;
+      }
       NeedBlank(p, pEnd);
       Literal(p, pEnd);
       return true;
@@ -769,7 +832,7 @@ struct CKXmlParser::Impl {
     NeedBlank(p, pEnd);
     Name(p, pEnd, m_name);
     const char* q = SkipBlanks(p, pEnd);
-    if (q > p && ExternalId(q, pEnd)) m_bUnknownDecls = true;
+    if (q > p && ExternalId(q, pEnd) && !m_bStandalone) m_bUnknownDecls = true;
     p = SkipBlanks(q, pEnd);
     if (p < pEnd && *p == '[') {
       ++p;
@@ -795,41 +858,200 @@ struct CKXmlParser::Impl {
         if (!NameLength(p, pEnd)) Fail(KXML_ERR_SYNTAX, pAt, "malformed parameter entity reference");
         Name(p, pEnd, m_name);
         Expect(p, pEnd, ';', "';' expected");
-        m_bUnknownDecls = true;
+        if (!m_bStandalone) m_bUnknownDecls = m_bSkipDecls = true;
       } else if (At(p, pEnd, "<!--", 4)) {
         Comment(p, pEnd);
       } else if (At(p, pEnd, "<?", 2)) {
         ProcInstr(p, pEnd, true);
       } else if (At(p, pEnd, "<!ENTITY", 8)) {
         EntityDecl(p, pEnd);
-      } else if (At(p, pEnd, "<!ELEMENT", 9) || At(p, pEnd, "<!ATTLIST", 9) ||
-                 At(p, pEnd, "<!NOTATION", 10)) {
-        SkipDecl(p, pEnd);
+      } else if (At(p, pEnd, "<!ELEMENT", 9)) {
+        ElementDecl(p, pEnd);
+      } else if (At(p, pEnd, "<!ATTLIST", 9)) {
+        AttlistDecl(p, pEnd);
+      } else if (At(p, pEnd, "<!NOTATION", 10)) {
+        NotationDecl(p, pEnd);
       } else {
         Fail(KXML_ERR_SYNTAX, p, "markup declaration expected");
       }
     }
   }
-  // ELEMENT, ATTLIST, NOTATION: checked for shape only (keyword, blank, name,
-  // quotes closed, no '<' outside them) and skipped.
-  void SkipDecl(const char*& p, const char* pEnd) {
-    const char* pAt = p;
-    p += 2;
-    while (p < pEnd && *p >= 'A' && *p <= 'Z') ++p;
+  // "<!ELEMENT name contentspec>": the content model is checked, not kept.
+  void ElementDecl(const char*& p, const char* pEnd) {
+    p += 9;
     NeedBlank(p, pEnd);
     Name(p, pEnd, m_name);
-    while (p < pEnd && *p != '>') {
-      if (*p == '"' || *p == '\'') {
-        Literal(p, pEnd);
-      } else if (*p == '<') {
-        Fail(KXML_ERR_SYNTAX, p, "'<' inside a markup declaration");
+    NeedBlank(p, pEnd);
+    if (At(p, pEnd, "EMPTY", 5)) {
+      p += 5;
+    } else if (At(p, pEnd, "ANY", 3)) {
+      p += 3;
+    } else {
+      const char* q = SkipBlanks(p + 1, pEnd);
+      if (p < pEnd && *p == '(' && At(q, pEnd, "#PCDATA", 7)) {
+        Mixed(p = q + 7, pEnd);
       } else {
-        if ((unsigned char)*p < 0x20 && !IsBlank(*p)) Fail(KXML_ERR_CHAR, p, "character not allowed in XML");
-        ++p;
+        if (p >= pEnd || *p != '(') Fail(KXML_ERR_SYNTAX, p, "content model expected");
+        Particle(p, pEnd, 0);
       }
     }
-    if (p >= pEnd) Fail(KXML_ERR_UNCLOSED, pAt, "unterminated markup declaration");
-    ++p;
+    p = SkipBlanks(p, pEnd);
+    Expect(p, pEnd, '>', "'>' expected at the end of the element declaration");
+  }
+  // After "(#PCDATA": ")" or ")*", or "| name ... )*".
+  void Mixed(const char*& p, const char* pEnd) {
+    bool bNames = false;
+    for (;;) {
+      p = SkipBlanks(p, pEnd);
+      if (p < pEnd && *p == ')') {
+        ++p;
+        if (p < pEnd && *p == '*') ++p;
+        else if (bNames) Fail(KXML_ERR_SYNTAX, p, "')*' expected after mixed content names");
+        return;
+      }
+      Expect(p, pEnd, '|', "'|' expected in mixed content");
+      p = SkipBlanks(p, pEnd);
+      Name(p, pEnd, m_value);
+      bNames = true;
+    }
+  }
+  // A content particle: a name or a parenthesised choice or sequence, with
+  // an optional '?', '*' or '+'.
+  void Particle(const char*& p, const char* pEnd, int nDepth) {
+    if (nDepth > 64) Fail(KXML_ERR_LIMIT, p, "content model nested too deeply");
+    if (p < pEnd && *p == '(') {
+      ++p;
+      char cSep = 0;
+      for (;;) {
+        p = SkipBlanks(p, pEnd);
+        Particle(p, pEnd, nDepth + 1);
+        p = SkipBlanks(p, pEnd);
+        if (p >= pEnd) Fail(KXML_ERR_UNCLOSED, p, "unterminated content model");
+        if (*p == ')') {
+          ++p;
+          break;
+        }
+        if ((*p != '|' && *p != ',') || (cSep && *p != cSep))
+          Fail(KXML_ERR_SYNTAX, p, "bad separator in a content model");
+        cSep = *p++;
+      }
+    } else {
+      Name(p, pEnd, m_value);
+    }
+    if (p < pEnd && (*p == '?' || *p == '*' || *p == '+')) ++p;
+  }
+
+  // "<!ATTLIST element (name type default)*>": types and defaults are kept.
+  void AttlistDecl(const char*& p, const char* pEnd) {
+    p += 9;
+    NeedBlank(p, pEnd);
+    Name(p, pEnd, m_name);
+    const std::string strElement(m_name.Data(), m_name.Size());
+    for (;;) {
+      const char* q = SkipBlanks(p, pEnd);
+      if (q < pEnd && *q == '>') {
+        p = q + 1;
+        return;
+      }
+      NeedBlank(p, pEnd);
+      Name(p, pEnd, m_name);
+      AttDef d{strElement, std::string(m_name.Data(), m_name.Size()), std::string(), true, false};
+      NeedBlank(p, pEnd);
+      static const char* const kTypes[] = {"CDATA", "IDREFS", "IDREF", "ID", "ENTITIES", "ENTITY",
+                                           "NMTOKENS", "NMTOKEN"};
+      bool bType = false;
+      for (const char* t : kTypes) {
+        const size_t n = strlen(t);
+        if (At(p, pEnd, t, n) && p + n < pEnd && !g_tab.name[(unsigned char)p[n]]) {
+          d.bTokens = t[0] != 'C';
+          p += n;
+          bType = true;
+          break;
+        }
+      }
+      if (!bType) {
+        const bool bNotation = At(p, pEnd, "NOTATION", 8);
+        if (bNotation) {
+          p += 8;
+          NeedBlank(p, pEnd);
+        }
+        Expect(p, pEnd, '(', "attribute type expected");
+        for (;;) {
+          p = SkipBlanks(p, pEnd);
+          if (bNotation) {
+            Name(p, pEnd, m_value);
+          } else {
+            const char* s0 = p;
+            while (p < pEnd && g_tab.name[(unsigned char)*p]) ++p;
+            if (p == s0) Fail(KXML_ERR_SYNTAX, p, "name token expected");
+          }
+          p = SkipBlanks(p, pEnd);
+          if (p < pEnd && *p == ')') {
+            ++p;
+            break;
+          }
+          Expect(p, pEnd, '|', "'|' expected in an enumeration");
+        }
+      }
+      NeedBlank(p, pEnd);
+      if (At(p, pEnd, "#REQUIRED", 9)) {
+        p += 9;
+      } else if (At(p, pEnd, "#IMPLIED", 8)) {
+        p += 8;
+      } else {
+        if (At(p, pEnd, "#FIXED", 6)) {
+          p += 6;
+          NeedBlank(p, pEnd);
+        }
+        m_bInDtd = true;
+        AttValue(p, pEnd, m_value);
+        m_bInDtd = false;
+        d.bDefault = true;
+        d.strDefault.assign(m_value.Size() ? m_value.Data() : "", m_value.Size());
+        if (d.bTokens) d.strDefault = Tokens(d.strDefault);
+      }
+      bool bKnown = false;
+      for (const AttDef& o : m_attDefs) bKnown = bKnown || (o.strElement == d.strElement && o.strName == d.strName);
+      if (!bKnown && !m_bSkipDecls) m_attDefs.push_back(std::move(d));
+    }
+  }
+  // A token list's value: blanks trimmed, inner runs made one space.
+  static std::string Tokens(const std::string& s) {
+    std::string r;
+    for (size_t i = 0; i < s.size(); ++i) {
+      if (s[i] != ' ') {
+        r += s[i];
+      } else if (!r.empty() && r.back() != ' ') {
+        r += ' ';
+      }
+    }
+    if (!r.empty() && r.back() == ' ') r.pop_back();
+    return r;
+  }
+  // Declared attributes of the element in m_name: token values normalised,
+  // defaults added for those absent.
+  void ApplyAttDefs() {
+    const std::string strElement(m_name.Data(), m_name.Size());
+    for (const AttDef& d : m_attDefs) {
+      if (d.strElement != strElement) continue;
+      const int i = m_attrs.Find(d.strName.c_str());
+      if (i >= 0) {
+        if (d.bTokens) m_attrs.SetValue(i, Tokens(m_attrs.GetValue(i).GetString()).c_str());
+      } else if (d.bDefault) {
+        m_attrs.AddValue(d.strName.c_str(), d.strDefault.c_str());
+      }
+    }
+  }
+
+  // "<!NOTATION name SYSTEM 'uri'>", "PUBLIC 'id'" or "PUBLIC 'id' 'uri'".
+  void NotationDecl(const char*& p, const char* pEnd) {
+    p += 10;
+    NeedBlank(p, pEnd);
+    Name(p, pEnd, m_name);
+    NeedBlank(p, pEnd);
+    if (!ExternalId(p, pEnd, true)) Fail(KXML_ERR_SYNTAX, p, "external or public identifier expected");
+    p = SkipBlanks(p, pEnd);
+    Expect(p, pEnd, '>', "'>' expected at the end of the notation declaration");
   }
 
   void EntityDecl(const char*& p, const char* pEnd) {
@@ -863,7 +1085,8 @@ struct CKXmlParser::Impl {
     p = SkipBlanks(p, pEnd);
     if (p >= pEnd) Fail(KXML_ERR_UNCLOSED, pAt, "unterminated entity declaration");
     Expect(p, pEnd, '>', "'>' expected at the end of the entity declaration");
-    if (!bParam && !FindEntity(e.strName.data(), e.strName.size())) m_entities.push_back(std::move(e));
+    if (!bParam && !m_bSkipDecls && !FindEntity(e.strName.data(), e.strName.size()))
+      m_entities.push_back(std::move(e));
   }
 
   // The replacement text of an entity literal: character references done,
