@@ -31,6 +31,7 @@
 #include <base/tools/KByteStream.h>
 #include <base/tools/KVariant.h>
 #include <base/tools/KBlob.h>
+#include <misc/KObj.h>
 
 #include <base/tools/KXmlParser.h>
 #include <base/tools/KXml.h>
