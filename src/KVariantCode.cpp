@@ -22,13 +22,19 @@ namespace kvariant {
 // The list growth step for a decoded count.
 static int StepFor(int n) { return n > 4096 ? 4096 : (n > 1024 ? 1024 : 0); }
 
-static int WriteList(CKByteStream& bs, const CKList* l) {
+// A typed list as its count and each element through put (null: count 0).
+template <class L, class Put>
+static int WriteCounted(CKByteStream& bs, const L* l, Put put) {
   if (!l) return bs.Put((int)0);
   const int n = l->Count();
   if (!bs.Put(n)) return 0;
   for (int i = 0; i < n; i++)
-    if (!bs.Put(ListStr(*l, i)->GetString())) return 0;
+    if (!put(*l, i)) return 0;
   return 1;
+}
+
+static int WriteList(CKByteStream& bs, const CKList* l) {
+  return WriteCounted(bs, l, [&](const CKList& x, int i) { return bs.Put(ListStr(x, i)->GetString()); });
 }
 
 static int ReadList(CKByteStream& bs, CKList& l) {
@@ -69,26 +75,16 @@ int CKVariant::EncodeAt(CKByteStream& bs, const char* szName, int nDepth) const 
       return p ? bs.Put(((const CKString*)p)->GetString()) : bs.Put((int)0);
     case KVT_LIST:
       return WriteList(bs, (const CKList*)p);
-    case KVT_FASTLIST: {
-      const CKFastList* l = (const CKFastList*)p;
-      if (!l) return bs.Put((int)0);
-      const int n = l->Count();
-      if (!bs.Put(n)) return 0;
-      for (int i = 0; i < n; i++)
-        if (!bs.Put(ListStr(*l, i)->GetString())) return 0;
-      return 1;
-    }
+    case KVT_FASTLIST:
+      return WriteCounted(bs, (const CKFastList*)p, [&](const CKFastList& l, int i) {
+        return bs.Put(ListStr(l, i)->GetString());
+      });
     case KVT_INT:
     case KVT_UINT32:
       return bs.Put((int)(m_nValue & 0xFFFFFFFF));
-    case KVT_LISTINT: {
-      const CKListTyped<int>* l = (const CKListTyped<int>*)p;
-      if (!l) return bs.Put((int)0);
-      if (!bs.Put(l->Count())) return 0;
-      for (int i = 0; i < l->Count(); i++)
-        if (!bs.Put(l->Get(i))) return 0;
-      return 1;
-    }
+    case KVT_LISTINT:
+      return WriteCounted(bs, (const CKListTyped<int>*)p,
+                          [&](const CKListTyped<int>& l, int i) { return bs.Put(l.Get(i)); });
     case KVT_LISTVARIANT: {
       const CKListVariant* l = (const CKListVariant*)p;
       if (!l) return bs.Put((int)0);
@@ -106,41 +102,22 @@ int CKVariant::EncodeAt(CKByteStream& bs, const char* szName, int nDepth) const 
       return bs.Put(&m_nValue, 4);
     case KVT_DATETIME:
       return p ? bs.Put(*(const CKDateTime*)p) : 0;
-    case KVT_LISTDATETIME: {
-      const CKListDateTime* l = (const CKListDateTime*)p;
-      if (!l) return bs.Put((int)0);
-      if (!bs.Put(l->Count())) return 0;
-      for (int i = 0; i < l->Count(); i++)
-        if (!bs.Put(l->Get(i))) return 0;
-      return 1;
-    }
+    case KVT_LISTDATETIME:
+      return WriteCounted(bs, (const CKListDateTime*)p,
+                          [&](const CKListDateTime& l, int i) { return bs.Put(l.Get(i)); });
     case KVT_UINT64:
     case KVT_INT64:
       return bs.PutINT64(m_nValue);
-    case KVT_LISTUINT64: {
-      const CKListUINT64* l = (const CKListUINT64*)p;
-      if (!l) return bs.Put((int)0);
-      if (!bs.Put(l->Count())) return 0;
-      for (int i = 0; i < l->Count(); i++)
-        if (!bs.PutINT64((__int64)l->Get(i))) return 0;
-      return 1;
-    }
-    case KVT_LISTINT64: {
-      const CKPileT<__int64>* l = (const CKPileT<__int64>*)p;
-      if (!l) return bs.Put((int)0);
-      if (!bs.Put(l->Count())) return 0;
-      for (int i = 0; i < l->Count(); i++)
-        if (!bs.PutINT64(l->Get(i))) return 0;
-      return 1;
-    }
-    case KVT_LISTLIST: {
-      const CKListList* l = (const CKListList*)p;
-      if (!l) return bs.Put((int)0);
-      if (!bs.Put(l->Count())) return 0;
-      for (int i = 0; i < l->Count(); i++)
-        if (!WriteList(bs, l->GetAt(i))) return 0;
-      return 1;
-    }
+    case KVT_LISTUINT64:
+      return WriteCounted(bs, (const CKListUINT64*)p, [&](const CKListUINT64& l, int i) {
+        return bs.PutINT64((__int64)l.Get(i));
+      });
+    case KVT_LISTINT64:
+      return WriteCounted(bs, (const CKPileT<__int64>*)p,
+                          [&](const CKPileT<__int64>& l, int i) { return bs.PutINT64(l.Get(i)); });
+    case KVT_LISTLIST:
+      return WriteCounted(bs, (const CKListList*)p,
+                          [&](const CKListList& l, int i) { return WriteList(bs, l.GetAt(i)); });
     case KVT_LANGLIST: {
       const CKLangList* l = (const CKLangList*)p;
       if (!l) return bs.Put((int)0);
