@@ -3,6 +3,8 @@
 // and heap bytes per object.
 #include <benchmark/benchmark.h>
 
+#include "KBenchBest.h"
+
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -129,22 +131,6 @@ void BM_BytesPerObject(benchmark::State& state) {
 BENCHMARK(BM_BytesPerObject)->Iterations(1)->Unit(benchmark::kMillisecond);
 #endif
 
-// Best CPU nanoseconds per iteration of each benchmark, for the ratio line.
-class CBestReporter : public benchmark::ConsoleReporter {
-public:
-  std::map<std::string, double> best;
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      if (r.error_occurred || r.run_type != Run::RT_Iteration) continue;
-      const double ns = r.GetAdjustedCPUTime() *
-                        benchmark::GetTimeUnitMultiplier(benchmark::kNanosecond) /
-                        benchmark::GetTimeUnitMultiplier(r.time_unit);
-      auto it = best.find(r.run_name.function_name);
-      if (it == best.end() || ns < it->second) best[r.run_name.function_name] = ns;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
 
 }  // namespace
 

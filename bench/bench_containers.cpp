@@ -7,6 +7,8 @@
 // steadier ratios.
 #include <benchmark/benchmark.h>
 
+#include "KBenchBest.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -269,24 +271,6 @@ const CBench kBenches[] = {
 
 // ---------------------------------------------------------------- ratios
 
-// Keeps the best CPU time per iteration of each benchmark while the console
-// reporter prints as usual.
-class CBestReporter : public benchmark::ConsoleReporter {
-public:
-  CBestReporter() : ConsoleReporter(OO_None) {}  // plain text: it is read back
-  std::map<std::string, double> best;             // nanoseconds
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      if (r.error_occurred || r.run_type != Run::RT_Iteration) continue;
-      const double ns = r.GetAdjustedCPUTime() *
-                        benchmark::GetTimeUnitMultiplier(benchmark::kNanosecond) /
-                        benchmark::GetTimeUnitMultiplier(r.time_unit);
-      auto it = best.find(r.run_name.function_name);
-      if (it == best.end() || ns < it->second) best[r.run_name.function_name] = ns;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
 
 struct CPair {
   const char* label;
@@ -328,7 +312,7 @@ int main(int argc, char** argv) {
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  CBestReporter reporter;
+  CBestReporter reporter(benchmark::ConsoleReporter::OO_None);  // plain text: it is read back
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\n%-52s %14s %14s %7s %5s\n", "pair", "kelvor ns", "peer ns", "ratio", "goal");
   for (const CPair& p : kPairs) {
