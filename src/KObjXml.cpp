@@ -11,7 +11,7 @@
 #include <base/tools/KStr.h>
 #include <base/tools/KXml.h>
 
-#include "platform/KPlatformSave.h"
+#include "platform/KPlatformFile.h"
 
 namespace {
 

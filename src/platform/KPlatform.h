@@ -10,7 +10,6 @@
 #include "platform/KPlatformMemory.h"
 #include "platform/KPlatformRandom.h"
 #include "platform/KPlatformSocket.h"
-#include "platform/KPlatformSave.h"
 #include "platform/KPlatformThread.h"
 #include "platform/KPlatformTime.h"
 

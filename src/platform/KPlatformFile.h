@@ -9,7 +9,10 @@
 // FileCreateExclusive and FileOpenDescriptor are _sopen_s with _O_EXCL,
 // _O_BINARY and _O_NOINHERIT (then _fdopen); FileRename is MoveFileExA with
 // MOVEFILE_REPLACE_EXISTING; FileRemove is DeleteFileA; TempDir is
-// GetTempPathA.
+// GetTempPathA. FileSaveReplace is CreateFileA with CREATE_NEW of a
+// temporary name, WriteFile, FlushFileBuffers, CloseHandle, then MoveFileExA
+// with MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH (DeleteFileA of the
+// temporary file on failure).
 #ifndef KELVOR_KPLATFORMFILE_H
 #define KELVOR_KPLATFORMFILE_H
 
@@ -64,6 +67,13 @@ void FileCloseDescriptor(int fd);
 bool FileRename(const char* szFrom, const char* szTo);
 // Removes a file; false (silently) when it does not exist.
 bool FileRemove(const char* szName);
+
+// Writes n bytes to a new temporary file in szName's directory and renames
+// it over szName, so that readers see the old file or the whole new one.
+// Bytes are written as given (no line-end translation). False, with the
+// failing call reported and the temporary file removed, on any failure; the
+// old file is then left as it was.
+bool FileSaveReplace(const char* szName, const char* p, size_t n);
 
 // The directory for temporary files, without a trailing separator.
 std::string TempDir();

@@ -15,6 +15,21 @@
 
 namespace kplat {
 
+// Writes all n bytes, resuming after partial writes and signals.
+static bool WriteAll(int fd, const char* p, size_t n) {
+  while (n > 0) {
+    const ssize_t k = write(fd, p, n);
+    if (k < 0 && errno == EINTR) continue;
+    if (k <= 0) {
+      ReportError("write", k < 0 ? errno : EIO);
+      return false;
+    }
+    p += k;
+    n -= (size_t)k;
+  }
+  return true;
+}
+
 FILE* FileOpen(const char* szName, const char* szMode) {
   if (!szName || !szMode) return nullptr;
   // "e": the descriptor is opened with O_CLOEXEC (GNU C library and the BSDs).
@@ -32,18 +47,7 @@ bool FileAppendText(const char* szName, const char* p, size_t n) {
   do fd = open(szName, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
   while (fd < 0 && errno == EINTR);
   if (fd < 0) return false;
-  bool bOk = true;
-  while (n > 0) {
-    const ssize_t k = write(fd, p, n);
-    if (k < 0 && errno == EINTR) continue;
-    if (k <= 0) {
-      ReportError("write", k < 0 ? errno : EIO);
-      bOk = false;
-      break;
-    }
-    p += k;
-    n -= (size_t)k;
-  }
+  bool bOk = WriteAll(fd, p, n);
   // Linux may report EINTR from close although the descriptor is gone.
   if (close(fd) != 0 && errno != EINTR) {
     ReportError("close", errno);
@@ -222,6 +226,46 @@ std::string TempDir() {
     str = "/tmp";
   while (str.size() > 1 && str.back() == '/') str.pop_back();
   return str;
+}
+
+// Whole-file saves: a temporary name beside the target, written, flushed
+// and renamed over it.
+bool FileSaveReplace(const char* szName, const char* p, size_t n) {
+  if (!szName || !*szName || (!p && n)) return false;
+  try {
+    // A name no other saver uses: the process id and a per-process counter.
+    static unsigned s_nSeq = 0;
+    int fd = -1;
+    std::string strTmp;
+    for (int nTry = 0; fd < 0 && nTry < 100; nTry++) {
+      strTmp = std::string(szName) + ".~" + std::to_string((long)getpid()) + "." +
+               std::to_string(__atomic_add_fetch(&s_nSeq, 1, __ATOMIC_RELAXED)) + ".tmp";
+      do fd = open(strTmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+      while (fd < 0 && errno == EINTR);
+      if (fd < 0 && errno != EEXIST) break;
+    }
+    if (fd < 0) {
+      ReportError("open", errno);
+      return false;
+    }
+    bool bOk = WriteAll(fd, p, n);
+    if (bOk && fsync(fd) != 0 && errno != EINVAL) {
+      ReportError("fsync", errno);
+      bOk = false;
+    }
+    if (close(fd) != 0 && errno != EINTR) {
+      ReportError("close", errno);
+      bOk = false;
+    }
+    if (bOk && rename(strTmp.c_str(), szName) != 0) {
+      ReportError("rename", errno);
+      bOk = false;
+    }
+    if (!bOk && unlink(strTmp.c_str()) != 0) ReportError("unlink", errno);
+    return bOk;
+  } catch (...) {
+    return false;
+  }
 }
 
 }  // namespace kplat
