@@ -57,7 +57,7 @@ m32() {
 
 tsan() {
   configure build/tsan -DKELVOR_TSAN=ON -DCMAKE_C_COMPILER=clang \
-    -DCMAKE_CXX_COMPILER=clang++ -DKELVOR_BUILD_EXAMPLES=OFF
+    -DCMAKE_CXX_COMPILER=clang++
   cmake --build build/tsan -j"$jobs"
   TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1"
   if [ -f tests/tsan.supp ]; then
@@ -76,8 +76,7 @@ tsan() {
 }
 
 asan_build() {
-  configure build/asan -DKELVOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug \
-    -DKELVOR_BUILD_EXAMPLES=OFF
+  configure build/asan -DKELVOR_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
   cmake --build build/asan -j"$jobs"
 }
 
