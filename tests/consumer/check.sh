@@ -45,6 +45,12 @@ serve() {
 run() {
   local name=$1 bin=$2
   echo "-- $name ($bin)"
+  # The library comes from the prefix under test, not from somewhere else.
+  local found
+  found=$(ldd "$bin" | sed -n 's/.*libkelvor\.so\.1 => \(.*\) (0x.*/\1/p')
+  if [ "$(readlink -f "$found")" != "$(readlink -f "$libdir/libkelvor.so.1")" ]; then
+    echo "$bin uses ${found:-no libkelvor.so.1}, not the one in $libdir"; return 1
+  fi
   if [ "$name" = http-server ]; then
     if ! command -v curl >/dev/null; then
       echo "skipped: curl is not installed (scripts/deps.sh installs it)"
