@@ -47,6 +47,7 @@ consume() {
   prefix=$(mktemp -d)
   cmake --install build/normal --prefix "$prefix" >/dev/null
   bash tests/consumer/check.sh "$prefix"
+  bash tests/consumer/api_doc.sh "$prefix"
   rm -rf "$prefix"
 }
 
