@@ -55,8 +55,8 @@ void FillCommon(CKBlob& b) {
 }
 
 // The kinds whose size the binary writer does not count (dates, 64-bit and
-// unsigned 32-bit integers, variant lists): the text form carries them; the
-// binary form refuses them, as docs/formats.md describes.
+// unsigned 32-bit integers, variant, GUID and 64-bit lists): the text form
+// carries them; the binary form refuses them, as docs/formats.md describes.
 void FillTextOnly(CKBlob& b) {
   CKDateTime d;
   d.SetDateTime(2024, 2, 29, 23, 59, 58);
@@ -65,11 +65,18 @@ void FillTextOnly(CKBlob& b) {
   CKVariant::CKListVariant mixed;
   mixed.Add(new CKVariant(7));
   mixed.Add(new CKVariant("seven"));
+  CKListGuid guids;
+  guids.Add(CKGuid(kGuid));
+  CKPileT<__int64> longs;
+  longs.Add(-5000000000ll);
   b.SetElement("date", d);
   b.SetElement("dates", dates, 0);
   b.SetElement("i64", (__int64)-9000000000ll);
   b.SetElement("u32", 4000000000u);
   b.SetElement("mixed", CKVariant(mixed));
+  // Kinds without a typed setter go in through a variant.
+  b.SetElement("guids", CKVariant(guids));
+  b.SetElement("longs", CKVariant(longs));
 }
 
 void VerifyCommon(CKBlob& b, const char* szForm) {
@@ -116,6 +123,12 @@ void VerifyTextOnly(CKBlob& b, const char* szForm) {
   CKBlobElement* pMixed = b.BlobElementGet("mixed");
   CKVariant::CKListVariant* pList = pMixed ? pMixed->GetListVariant() : nullptr;
   Check(pList && pList->Count() == 2 && pList->Get(1)->GetText() == "seven", "mixed", szForm);
+  CKBlobElement* pGuids = b.BlobElementGet("guids");
+  Check(pGuids && pGuids->GetListGuid() && pGuids->GetListGuid()->Get(0) == CKGuid(kGuid), "guids",
+        szForm);
+  CKBlobElement* pLongs = b.BlobElementGet("longs");
+  Check(pLongs && pLongs->GetListINT64() && pLongs->GetListINT64()->Get(0) == -5000000000ll, "longs",
+        szForm);
 }
 
 void Fill(CKBlob& b, int bZip, int bText) {
