@@ -40,6 +40,7 @@ public:
   CKFile& operator=(const CKFile& f);
   virtual ~CKFile();
 
+  // Closes the open stream first, then sets the mode bits.
   void SetMode(unsigned long nMode);
   unsigned long Mode() const { return m_nMode; }
   void SetFileName(const char* szName);
