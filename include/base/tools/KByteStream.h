@@ -30,25 +30,52 @@ public:
   CKByteStream& operator=(const CKByteStream& s);
   virtual ~CKByteStream();
 
+  // Writes to the disk file szFile (a new temporary file when null or
+  // empty), through a window of nBufSize bytes (-1 or 0: the default). An
+  // existing file is emptied, or with bTruncate 0 extended at its end.
+  // bFlagName records the name as TempName() too. bZip (only with
+  // bTruncate) writes a gzip file at zlib level nLevel instead.
   int InitWrite(const char* szFile, int bFlagName = 0, __int64 nBufSize = -1, int bTruncate = 1,
                 int bZip = 0, int nLevel = -1);
+  // Writes into pFile from its position: a memory file (room for nSize bytes
+  // reserved at once, the buffer size when -1) or a disk file (opened when it
+  // is not). Null: the stream's own memory file.
   int InitWrite(CKFile* pFile = nullptr, __int64 nSize = -1, __int64 nBufSize = -1);
+  // Reads the disk file szFile (bZip: a gzip file) through a window of
+  // nBufSize bytes.
   int InitRead(const char* szFile, __int64 nBufSize = -1, int bZip = 0);
+  // Reads pFile from its position; a memory file is read in place.
   int InitRead(CKFile* pFile);
 
+  // n in: the bytes wanted; n out: the bytes written or read. TRUE when all
+  // of them were written; ReadBytes appends to mem and is TRUE when it read
+  // any (n is cut to what remains).
   int WriteBytes(const unsigned char* p, __int64& n);
   int ReadBytes(CKMem& mem, __int64& n);
+  // Zero-copy writing: a view whose offset is where the next n bytes go, in
+  // the stream's own window; fill it, then FlushWriteBytes(k) with the k
+  // bytes really written (k <= n). Empty when the room cannot be made.
   CKMem GetWriteBytes(__int64 n);
   int FlushWriteBytes(__int64 n);
 
   __int64 GetPosition() const;
+  // Not on gzip streams. A writer flushes first and may not move past the
+  // end of a memory file; a reader moves within its window when it can.
   int SetPosition(__int64 nPos);
+  // A writer: the larger of the position and the highest byte written; a
+  // reader: the size of the source (gzip: the bytes decompressed so far).
   __int64 GetSize() const;
+  // Stores GetSize() as the size and returns it.
   __int64 UpdateSize();
+  // TRUE when nothing is left to read (or the stream is not reading); on a
+  // disk or gzip source it may read ahead to tell.
   int Eof() const;
+  // Window size for disk and gzip streams; a writer flushes before the
+  // change. Memory streams have no window.
   void SetBuffSize(__int64 n);
   __int64 BuffSize() const { return m_nBuffSize; }
   int IsFileOpen() const;
+  // Writing to or reading from disk or gzip, not memory.
   int IsFileBased() const;
   int IsReading() const { return m_bReading; }
   int IsWriting() const { return m_bWriting; }
@@ -57,12 +84,20 @@ public:
   // The file object in use (null when closed or compressed).
   CKFile* File() const { return m_pFile; }
 
+  // Flushes and finishes the file (the gzip trailer; a file the stream
+  // opened is closed). FALSE when a byte could not be written.
   int TermWrite();
   int TermRead();
+  // Ends whichever of the two is in progress.
   void Close();
 
+  // Copies the whole content written or read so far into a file (replaced,
+  // or appended to with bAppend). Not on gzip streams.
   int ToFile(const char* szName, int bAppend);
   int ToFile(CKFile& file, int bAppend);
+  // Memory streams only: compress or expand the whole content in place with
+  // zlib (CKMem::Zip); a writer then goes on at the end, a reader starts
+  // again at the beginning.
   int Zip(int nLevel);
   int Unzip();
 
@@ -92,7 +127,9 @@ public:
   }
   int Put(const CKGuid& g);
   int Put(const void* p, __int64 n) { return PutRaw(p, n); }
+  // n bytes of mem from its start offset.
   int Put(CKMem& mem, __int64 n);
+  // Length (characters + 1), the characters and a zero byte.
   int Put(const char* s);
   int Put(const CKDateTime& d);
   int Put(const CKList& list);
@@ -100,6 +137,7 @@ public:
   int Put(const CKListUINT64& list);
   int Put(const CKPileT<__int64>& pile);
   int Put(const CKListDateTime& list);
+  // The characters and a zero byte, with no length in front.
   int PutNL(const CKString& s);
 
   // ---- typed reads
@@ -130,9 +168,14 @@ public:
   }
   int Get(CKGuid& g);
   int Get(void* p, __int64 n) { return GetRaw(p, n); }
+  // Appends n bytes to mem; FALSE (nothing allocated) when fewer remain.
   int Get(CKMem& mem, __int64 n);
+  // A text as Put wrote it. A length of 0 or above 128 MiB gives the empty
+  // text and TRUE, with only the length consumed.
   int Get(CKString& s);
   int Get(CKDateTime& d);
+  // The text up to the next zero byte (PutNL); FALSE at the end of the data
+  // without one, s keeping what was read.
   int GetNL(CKString& s);
 
 private:

@@ -142,11 +142,21 @@ KELVOR_API CKString KTime(unsigned long nSeconds);
 KELVOR_API unsigned long KGetTickCount();
 // The tick count when timer tracing (tools flag 8) is on, else 0.
 KELVOR_API unsigned long KTimerStart();
+// The tick count, whether tracing is on or not.
 KELVOR_API unsigned long KTimerStart2();
+// Milliseconds since nStart, modulo 2^32 (the tick count wraps).
 KELVOR_API unsigned long KTimerGet(unsigned long nStart);
+// nMs as "250 ms", "3 s 250 ms", "2 min 3 s 250 ms" or "1 hours 2 min 3 s
+// 250 ms" (bHours: always the hours form; bMs 0 drops the milliseconds once a
+// second is reached).
 KELVOR_API CKString KTimerGetTextAbsolut(unsigned long nMs, int bHours = FALSE, int bMs = TRUE);
+// The same for the time since nStart.
 KELVOR_API CKString KTimerGetText(unsigned long nStart, int bHours = FALSE, int bMs = TRUE);
+// Coarse form of the time since nValue (or of nValue milliseconds when
+// bIsStart is 0): "0 s", "42 s", "3 min 07 s", "2 hours 05 min".
 KELVOR_API CKString KTimerGetSmartText(unsigned long nValue, int bIsStart = TRUE);
+// Log the time since nStart (Trace2: "label : time") when timer tracing is
+// on; the Reset forms then restart nStart with KTimerStart.
 KELVOR_API void KTimerTrace(unsigned long nStart);
 KELVOR_API void KTimerTrace(int nLevel, unsigned long nStart);
 KELVOR_API void KTimerTrace2(const char* szLabel, unsigned long nStart);

@@ -62,6 +62,9 @@ KELVOR_API void KAssertReport(const char* szCond, const char* szPath, int nLine,
 #define KASSERT_RET_T(cond, text) KASSERT_RET_AT(cond, text, KSRC_PATH, __LINE__)
 
 // ---------------------------------------------------------------- log
+// Hand a line to the tools object when logging is on (tools flag 8); type 1
+// becomes the default type. The multi-text forms join their texts with KAnd
+// (null pointers skipped).
 KELVOR_API void KLog(const char* szText);
 KELVOR_API void KLog(int nType, const char* szText);
 KELVOR_API void KLog(const char* s1, const char* s2, const char* s3 = nullptr,
@@ -81,13 +84,21 @@ KELVOR_API void KLog(int nType, const char* s1, const char* s2, const char* s3,
                      const char* s11 = nullptr, const char* s12 = nullptr,
                      const char* s13 = nullptr, const char* s14 = nullptr,
                      const char* s15 = nullptr);
+// One log line per line of szText (KStrTextToList).
 KELVOR_API void KLogText(int nType, const char* szText);
+// One log line per element.
 KELVOR_API void KLogList(int nType, CKList* pLines);
+// Whether logging is on (tools flag 8).
 KELVOR_API int KLogEnabled();
+// nType, with 1 replaced by the default type.
 KELVOR_API int KLogType(int nType);
+// The type that type 1 stands for.
 KELVOR_API void KSetDefaultLogType(int nType);
+// Ask the main window to clear (KWM_LOG_CLEAR) or switch to (KWM_LOG_SWITCH)
+// the log of a type; bPost queues the message instead of sending it.
 KELVOR_API void KLogClear(int nType, int bPost);
 KELVOR_API void KLogSwitch(int nType, int bPost);
+// A status text for the tools object, when status messages are on (flag 16).
 KELVOR_API void KStatus(const char* szText, const char* szText2, int n);
 
 // The record that carries one log line to the main window (message 3025);
@@ -105,17 +116,28 @@ public:
 };
 
 // ---------------------------------------------------------------- debug helpers
+// szText logged line by line with the debug type (24).
 KELVOR_API void KDbg(const char* szText);
+// A banner line and "<date> : VBDLL Assertion in File = ..." (type 24).
 KELVOR_API void KDbgReport(const char* szFile, int nLine);
+// Deliberate failures for debugging: KDbgAssert1 reports, then throws like
+// KDbgThrow (the library's one deliberate throw); KDbgAssert2 writes through
+// a null pointer.
 [[noreturn]] KELVOR_API void KDbgAssert1();
 [[noreturn]] KELVOR_API void KDbgAssert2();
 [[noreturn]] KELVOR_API void KDbgThrow();
+// A process-wide counter for ad-hoc debugging.
 KELVOR_API void KDbgInc();
 KELVOR_API void KDbgClear();
 KELVOR_API int KDbgCount();
+// Debug mode of the tools object (non-zero: debug output is written).
 KELVOR_API void KSetDebugMode(int nMode);
 
 // ---------------------------------------------------------------- leak tracker
+// Leak tracker: classes report each object made (KDebugAlloc) and freed
+// (KDebugFree); KDebugDisplay logs every class whose count is not 0 ("=== name
+// : n not released", or "=== No Leak") and calls the callback for each live
+// object.
 typedef void (*KDebugTermFunc)(const char* szClassName, void* pObject);
 extern KELVOR_API KDebugTermFunc gpFuncDebugTerm;
 

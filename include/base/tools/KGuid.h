@@ -45,6 +45,8 @@ public:
   // Parses in the braced form.
   CKGuid& operator=(const char* sz);
 
+  // A new random GUID (version 4, RFC 4122 variant); empty, and logged, when
+  // the system has no random source.
   void New();
   void Fill(unsigned char b);
   void Empty() { Fill(0); }

@@ -48,11 +48,17 @@ public:
 
   // The virtual operations, in their fixed slot order.
   virtual ~CKMem();
+  // Gives this view a record of its own when it has none.
   virtual int EnsureMemRef();
+  // Resizes the block to nSize bytes (at most KMEM_SIZE_MAX; 0 frees it);
+  // every view of the block sees the new size.
   virtual int SetSize(unsigned nSize);
+  // Copy to or compare with the bytes at the write cursor (start offset +
+  // offset); no cursor moves and nothing grows. Memcmp gives -1, 0 or 1.
   virtual int Memcpy(const unsigned char* p, unsigned nLenToCopy);
   virtual int Memcpy(const CKMem& memSrc, unsigned nLenToCopy);
   virtual int Memcmp(const CKMem& memSrc, unsigned nLenToCmp) const;
+  // The live data: the bytes written after the start offset (= Offset()).
   virtual unsigned GetLength() const;
   // The Set family: size the block to n and copy n bytes of the value (its
   // machine representation) to the very start; bytes beyond the value are
@@ -62,21 +68,34 @@ public:
   virtual int Set(int v, unsigned n);
   virtual int Set(unsigned int v, unsigned n);
   virtual int Set(__int64 v, unsigned n);
+  // Grows the block to at least n bytes.
   virtual int EnsureBufferSize(unsigned n);
+  // Cursor moves: SetEmpty forgets the data (offset 0); Increase/DecreaseOffset
+  // move the write cursor; IncreasePos consumes bytes at the front (start
+  // offset + n, offset - n), DecreasePos gives them back.
   virtual void SetEmpty();
   virtual void IncreaseOffset(unsigned n);
   virtual void DecreaseOffset(unsigned n);
   virtual unsigned Offset() const;
+  // Moves the live data to the front of the block (start offset 0).
   virtual int ResetStartPosition();
+  // Pointer to byte nOffset after the start offset, with room for n bytes
+  // there (the block is compacted or grown); GetFromStart(0, 0) is the block
+  // itself. GetFromStart(n): room for n bytes at the write cursor. Null when
+  // the room cannot be made.
   virtual unsigned char* GetFromStart(unsigned nOffset, unsigned n);
   virtual unsigned char* GetFromStart(unsigned n);
   // The caller takes the block and frees it with free().
   virtual unsigned char* Detach();
   // p must come from the C heap; the record takes it over.
   virtual void Attach(void* p, unsigned n);
+  // fread/fwrite at the write cursor within the block (no growth, no cursor
+  // move); 0xFFFFFFFF when the block is too small.
   virtual unsigned Fread(unsigned nEltSize, unsigned nEltCount, FILE* fp);
   virtual unsigned Fwrite(unsigned nEltSize, unsigned nEltCount, FILE* fp) const;
+  // The block size (not the length of the data: see GetLength).
   virtual unsigned Size() const;
+  // Copies at the write cursor and advances it; never grows (reserve first).
   virtual unsigned Write(void* pValue, unsigned nLenToWrite);
   virtual void IncreasePos(unsigned n);
   virtual void DecreasePos(unsigned n);

@@ -65,6 +65,10 @@ public:
   char GetAt(unsigned i) const { return i <= GetLength() ? m_pchData[i] : OutOfRange(); }
   char operator[](int i) const { return (unsigned)i <= GetLength() ? m_pchData[i] : OutOfRange(); }
   void SetAt(unsigned i, char c);
+  // Direct access: GetBuffer gives a private block with room for n characters
+  // (or the current length, when longer); GetBufferSetLength also sets the
+  // length to n. ReleaseBuffer ends the access: the length becomes n, or the
+  // position of the first zero byte (no argument or 0xFFFFFFFF).
   char* GetBuffer(unsigned n);
   char* GetBufferSetLength(unsigned n);
   void ReleaseBuffer();
@@ -81,18 +85,23 @@ public:
   int Find(char c, unsigned nStart) const;
   int Find(const char* s) const;
   int Find(const char* s, unsigned nStart) const;
+  // Last c (at or before nStart), or -1.
   int ReverseFind(char c) const;
   int ReverseFind(char c, unsigned nStart) const;
+  // First character that is in szSet, or -1.
   int FindOneOf(const char* szSet) const;
 
   // Modification
+  // Inserts at i (past the end: appends); the new length.
   int Insert(unsigned i, char c);
   int Insert(unsigned i, const char* s);
   // Returns the length before the deletion (callers rely on it). A count
   // past the end is reported and cut there.
   int Delete(unsigned i, unsigned n = 1);
+  // Every occurrence; the number replaced.
   int Replace(char cOld, char cNew);
   int Replace(const char* szOld, const char* szNew);
+  // Without an argument: blanks (space, tab, CR, LF); with c: that character.
   void TrimLeft();
   void TrimRight();
   void TrimLeft(char c);
@@ -101,6 +110,8 @@ public:
   void MakeLower();
   void Format(const char* szFormat, ...) KELVOR_PRINTF(2, 3);
   void FormatV(const char* szFormat, va_list args) KELVOR_PRINTF(2, 0);
+  // The text of string nID from the string table (KSetStringLoader); FALSE, and
+  // empty, when there is none.
   BOOL LoadString(unsigned nID);
 
   // Capacity of a block made for n characters: 32, 64 ... 1024, then n + 1

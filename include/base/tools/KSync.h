@@ -121,6 +121,8 @@ private:
 // Scoped hold of a waitable section.
 class KELVOR_API CKLockWS {
 public:
+  // Locks now (resetting the event with bResetWait); the destructor unlocks,
+  // setting it with bFreeWait.
   CKLockWS(CKWaitableSection* pWS, int bResetWait, int bFreeWait);
   ~CKLockWS();
   CKLockWS& operator=(const CKLockWS& o) = default;
@@ -198,20 +200,31 @@ public:
   CKRot(const CKRot&) = delete;
   CKRot& operator=(const CKRot&) = delete;
 
+  // Stores pObj under key; while another object holds the key, waits up to
+  // dwTimeout ms for it to be freed (FALSE on time-out). *ppFound receives the
+  // object under the key (pObj on success); bAddRef takes a reference on it.
+  // The table does not own pObj.
   int Register(const char* key, CObject* pObj, unsigned long dwTimeout,
                CObject** ppFound = nullptr, int bAddRef = FALSE);
+  // The same for a raw pointer, kept in a holder that the table owns;
+  // *ppFound receives the pointer found under the key.
   void RegisterPtr(const char* key, void* p, unsigned long dwTimeout, void** ppFound = nullptr);
+  // Frees the key (the object itself is not deleted) and wakes the waiters.
   void Unregister(const char* key);
   void Unregister(CObject* pObj);
   void UnregisterPtr(void* p);
 
+  // The object under key, or null; GetWnd and GetView also null when it is of
+  // another class.
   CObject* GetObject(const char* key, int bAddRef = FALSE);
   CWnd* GetWnd(const char* key);
   CView* GetView(const char* key);
   void* GetPtr(const char* key);
+  // The key of an object (GetKeyPtr: of a raw pointer), empty when absent.
   CKString GetKey(CObject* pObj);
   CKString GetKeyPtr(void* p);
   int ExistKey(const char* key);
+  // TRUE when some key starts with szPrefix.
   int ExistBeginKey(const char* szPrefix);
 
   // Key-to-object map (internal).

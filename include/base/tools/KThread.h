@@ -58,6 +58,8 @@ public:
   // One-line state dump.
   virtual CKString GetDisplay();
 
+  // Starts the thread (FALSE, logged, while it still runs). The second form
+  // first stores the callback and the arguments it is called with.
   int Start();
   int Start(KThreadFunc pFunc, CKThread* pObj, long lParam1, long lParam2,
             const char* szParam1, const char* szParam2);
@@ -71,6 +73,8 @@ public:
   // Sets the stop event, waits up to nSeconds for the body to return, then
   // terminates the thread by force.
   void StopAndWait(int nSeconds);
+  // Terminates the thread at once (see the class comment for when that takes
+  // hold); FALSE when there is no thread or the system refuses.
   int HardDestroy();
   // Prepares a finished thread for another Start; FALSE while it runs.
   int Reset();
@@ -128,6 +132,7 @@ KELVOR_API CKString KPriorityText(int nPriority);
 // ticks; conversions read the counter frequency each time.
 class KELVOR_API CKTimer {
 public:
+  // bStart: both readings taken now (Reset); else both 0.
   explicit CKTimer(int bStart = TRUE);
   CKTimer(const CKTimer& o) : top(o.top), start(o.start) {}
   CKTimer& operator=(const CKTimer& o) {
@@ -137,17 +142,22 @@ public:
   }
   virtual ~CKTimer();
 
+  // Start reads the counter into start, GetTop into top, Reset into both.
   void Start();
   void GetTop();
   void Reset();
   int IsNull() const { return top == start; }
 
+  // Elapsed time as it stands (no new reading). In*: bTop reads the counter
+  // first; bRestart makes the next span start at top.
   __int64 ToNanos() const;
   __int64 InNanos(int bTop = TRUE, int bRestart = FALSE);
   __int64 ToMillis() const;
   // Without bTop this converts the start reading itself, not the elapsed time.
   __int64 InMillis(int bTop = TRUE, int bRestart = FALSE);
 
+  // Arithmetic on spans: - and += take away or add o's span, /= divides
+  // this one (by 1 when n is 0), AddNanos lengthens it.
   CKTimer operator-(const CKTimer& o) const;
   void operator+=(const CKTimer& o);
   void AddNanos(__int64 n);
@@ -155,11 +165,17 @@ public:
   bool operator<(const CKTimer& o) const { return ToNanos() < o.ToNanos(); }
   bool operator>(const CKTimer& o) const { return ToNanos() > o.ToNanos(); }
 
+  // The elapsed time as text: under a second "12.345 ms", else the tick-count
+  // text of KTimerGetTextAbsolut (bHours forces that). bTop reads the counter
+  // first.
   CKString GetTextAbsolut(int bHours, int bMs, int bTop);
   CKString GetText(int bHours = FALSE, int bMs = TRUE) { return GetTextAbsolut(bHours, bMs, TRUE); }
+  // This span as a share of o's: "12.34%" ("0%", 0.0 when o's is empty).
   CKString PercentOf(CKTimer& o);
   double GetPercentOf(CKTimer& o);
 
+  // Log GetText() (with the type nLevel; Trace2: "label : text"); the Reset
+  // forms restart the timer afterwards.
   void Trace();
   void Trace(int nLevel);
   void TraceReset();

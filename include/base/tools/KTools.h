@@ -28,12 +28,17 @@ public:
   virtual CKString GetFileLocation(const char* szPath, int nLine, int& nLineOut);
   // Receives every log line (type 1 already resolved to the default type).
   virtual void Log(const char* szText, int nType);
+  // The default sends (or with bPost posts) KWM_LOG_CLEAR / KWM_LOG_SWITCH to
+  // the main window; nothing without one.
   virtual void LogClear(int nType, int bPost);
   virtual void LogSwitch(int nType, int bPost);
+  // The default writes szText and CR LF to the debug output.
   virtual void Status(const char* szText, const char* szText2, int n);
   // The debugger-output channel. The default writes to the process's
   // standard error, and only in debug mode (KELVOR_DEBUG or KSetDebugMode).
   virtual void DebugOutput(const char* szText);
+  // Every log line is also written to pStream (null: none); the caller keeps
+  // the stream open while it is set.
   virtual void SetLogFile(FILE* pStream);
 
   int GetFlags() const { return m_nFlags; }

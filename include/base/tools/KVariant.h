@@ -201,17 +201,26 @@ public:
   CKString GetText(int bDetach);
 
   // ---------------------------------------------------------------- copies
+  // A deep copy of v's value under v's own tag (VariantCopy); Set and
+  // VariantAssign box the copy instead (tag 22).
   CKVariant& operator=(const CKVariant& v);
   // Boxes a deep copy of v (tag 22).
   void Set(const CKVariant& v);
   void VariantAssign(const CKVariant& v);
   void VariantCopy(const CKVariant& v);
+  // target releases its value and takes this one's value and tag; this one is left empty.
   void Detach(CKVariant& target);
+  // Releases the owned value; the variant is empty (tag 0).
   void VariantDelete();
 
   // ---------------------------------------------------------------- persistence
+  // One record (docs/formats.md): the tag, the name when szName is not null,
+  // then the value. Decoding reads the name into *pName when pName is not null;
+  // a failure leaves the variant empty.
   int VariantEncode(CKByteStream& bs, const char* szName) const;
   int VariantDecode(CKByteStream& bs, CKString* pName);
+  // Bytes of the value's data alone (texts with their terminators, 4 or 8 per
+  // number, 7 per date); 0 for a file image.
   unsigned int VariantSize() const;
 
 protected:

@@ -32,41 +32,60 @@ public:
   virtual CKString GetLast() const;
   virtual void DeleteLast();
   virtual int Add(const char* sz);
+  // Index of an equal element, or of the one appended.
   virtual int AddUnique(const CKString& s, int bNoCase = FALSE);
   virtual int AddUnique(const char* sz, int bNoCase = FALSE);
   virtual void InsertAt(int nIndex, const CString& s);
   virtual void InsertAt(int nIndex, const CKString& s);
   virtual void InsertAt(int nIndex, const char* sz);
   virtual CKString Get(const int& nIndex) const;
+  // Deletes the first element equal to sz (case-sensitive), if any.
   virtual void Delete(const char* sz);
   virtual void Delete(const int& nIndex);
   virtual void Empty();
   virtual void DeleteAll();
   virtual int Find(const char* sz, int bNoCase = FALSE) const;
+  // First element that starts with sz, or -1.
   virtual int FindBeginWith(const char* sz, int bNoCase = FALSE, int nUnused = 0) const;
   virtual void operator+=(const CKList& l);
+  // Deletes, for each element of l, the first equal element of this list.
   virtual void operator-=(const CKList& l);
+  // Same count and the same texts in the same order (null slots read as "").
   virtual int operator==(const CKList& l) const;
   virtual int operator!=(const CKList& l) const;
   virtual CKString operator[](const int& nIndex) const;
   virtual int Set(int nIndex, const CKString& s);
   virtual int Set(int nIndex, const char* sz);
+  // Empties the list, then KStrParse: tokens at runs of any of szSeparators,
+  // or fields at each cSeparator (nFlags: KSTR_PARSE_TRIM, KSTR_PARSE_UPCASE).
   virtual void FromString(const char* szText, const char* szSeparators, int nUnused = 0);
   virtual void FromString(const char* szText, char cSeparator, int nFlags = 0);
   virtual CKString ToString(const char* szSeparator) const;
   virtual CKString ToString(char cSeparator) const;
   virtual void Swap(int i, int j);
+  // Trims every element and deletes those left empty.
   virtual void StripEmptyStrings(int nUnused = 0);
   virtual void Sort();
+  // Empties this list, then copies l (copying a list into itself empties it).
   virtual void Copy(const CKList& l);
+  // Moves the first n elements to the end of target (emptied first with
+  // bEmptyTarget).
   virtual void CopyAndRemove(CKList& target, int n, int bEmptyTarget);
+  // Deletes the last elements or appends empty ones until there are n.
   virtual void SetCount(int n);
+  // Sum of the lengths (saturated at INT_MAX).
   virtual int TotalCharCount() const;
+  // Element nIndex read as an int: iGet by atoi (0 outside the list), iGet2
+  // by KInt2 (nDefault outside the list or for an empty text).
   virtual int iGet(int nIndex) const;
   virtual int iGet2(int nIndex, int nDefault) const;
+  // Deletes every element equal to the text, then inserts it at nIndex
+  // (shifted back for each deletion before it); the index it ends at.
   virtual int InsertUniqueAt(int nIndex, CKString& s, int bNoCase);
   virtual int InsertUniqueAt(int nIndex, const char* sz, int bNoCase);
+  // Replaces the content with n empty strings.
   virtual int PreAlloc(int n);
+  // Deletes every element equal to an earlier one; the order is kept.
   virtual void RemoveDuplicates(int bNoCase);
 
   int Add(const CKString& s);

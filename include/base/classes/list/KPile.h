@@ -55,22 +55,39 @@ KELVOR_API int KPileCheckSizeW(KPile* p, unsigned nWidth);
 // Bytes used by the record and its pointer slots.
 KELVOR_API int KPileSizeof(const KPile* p);
 KELVOR_API void* KPileGet(const KPile* p, int nIndex);  // null when out of range
+// Appends v (InsertAt: at nIndex, appended past the end); the index, or -1
+// when the array cannot grow.
 KELVOR_API int KPileAdd(KPile* p, void* v);
 KELVOR_API int KPileInsertAt(KPile* p, int nIndex, void* v);
+// Set stores at nIndex and extends the count to reach it; SetAt replaces an
+// existing slot only; SetNoCheck stores anywhere within the allocated size.
+// The index, or -1 when refused.
 KELVOR_API int KPileSet(KPile* p, int nIndex, void* v);
 KELVOR_API int KPileSetAt(KPile* p, int nIndex, void* v);
 KELVOR_API int KPileSetNoCheck(KPile* p, int nIndex, void* v);
+// Takes a slot out (the later ones move down) and returns what it held
+// (null when out of range); Remove does so for the first slot holding v.
 KELVOR_API void* KPileRemoveAt(KPile* p, int nIndex);
 KELVOR_API void* KPileRemove(KPile* p, void* v);
+// First slot from nFrom holding exactly v, or -1.
 KELVOR_API int KPileFind(const KPile* p, const void* v, int nFrom);
+// Moves one slot to nTo, shifting those between; bad indexes do nothing.
 KELVOR_API void KPileMove(KPile* p, int nTo, int nFrom);
 KELVOR_API void KPileSwap(KPile* p, int i, int j);
+// qsort with the record's sort function (nothing without one).
 KELVOR_API void KPileSort(KPile* p);
 KELVOR_API int KPileSetStep(KPile* p, int nStep);
+// SetCount sets the count (new slots are not cleared) and fits the array by
+// the step rule; SetSize allocates nSize slots, cutting the count to them.
+// 1 on success.
 KELVOR_API int KPileSetCount(KPile* p, int nCount);
 KELVOR_API int KPileSetSize(KPile* p, int nSize);
+// Frees the array; the step and sort function stay.
 KELVOR_API void KPileEmpty(KPile* p);
+// pTo frees its array and takes pFrom's array, count, size and step; pFrom
+// is left without an array.
 KELVOR_API void KPileDetach(KPile* pFrom, KPile* pTo);
+// Appends every slot of pOther (which may be p itself); 1 on success.
 KELVOR_API int KPileFastAdd(KPile* p, const KPile* pOther);
 
 // ---------------------------------------------------------------- CKPileFast
