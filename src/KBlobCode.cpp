@@ -14,6 +14,9 @@
 #include <base/tools/KFile.h>
 #include <base/tools/KStr.h>
 
+#include "KAlloc.h"
+#include "KBlobStore.h"
+
 // The separator of the text form's header lines and fields.
 static const char kSep = (char)0xFF;
 // Nested variant lists deeper than this are refused in the text form.
@@ -29,12 +32,10 @@ int CKBlob::EncodeSized(CKByteStream& bs, __int64 fullsize) {
   if (IsText()) return EncodeText(bs);
   const int bStreamZip = bs.File() == nullptr;  // a gzip stream compresses itself
   if (!bs.Put('I') || !bs.Put('Q') || !bs.Put('0') || !bs.Put('1')) return 0;
-  const int n = m_pElements->Count();
-  if (!bs.Put(n)) return 0;
-  for (int i = 0; i < n; i++) {
-    const CKBlobElement* p = m_pElements->GetAt(i);
-    if (!p || !p->VariantEncode(bs, p->m_strName.GetString())) return 0;
-  }
+  m_pElements->Place();
+  if (!bs.Put((int)m_pElements->v.size())) return 0;
+  for (const CKBlobElement* p : m_pElements->v)
+    if (!p->VariantEncode(bs, p->m_strName.GetString())) return 0;
   if (!bStreamZip) {
     const __int64 nStreamSize = bs.UpdateSize();
     KASSERT_AT(nStreamSize == fullsize, "nStreamSize==fullsize", KSRC_PATH, 323);
@@ -73,21 +74,24 @@ int CKBlob::Decode(CKByteStream& bs) {
   if (IsText()) return DecodeText(bs);
   if (m_bZip && bs.File() != nullptr && !bs.Unzip()) return 0;
   if (BlobVersion(bs) != 1) return 0;
-  m_pElements = new CKBlobElementList;
   int n = 0;
-  if (!bs.Get(n) || n < 0) {
-    BlobDecodedDelete();
-    return 0;
-  }
-  // Elements arrive one by one: a count the data cannot back fails at the
-  // first missing record, having allocated nothing for the rest.
+  if (!bs.Get(n) || n < 0) return 0;
+  m_pElements = KMEM_TRY(new KBlobElements);
+  KBlobElements& x = *m_pElements;
+  // A record takes 8 bytes at least (tag and name length): room for no more
+  // than the data can back; beyond that, elements arrive one by one and a
+  // count the data cannot back fails at the first missing record.
+  const __int64 nLeft = bs.File() ? (bs.GetSize() - bs.GetPosition()) / 8 : 4096;
+  const size_t nRoom = (size_t)(nLeft < n ? (nLeft < 0 ? 0 : nLeft) : n);
+  x.Reserve(nRoom);
+  KMEM_TRY((x.v.reserve(nRoom), 0));
   for (int i = 0; i < n; i++) {
-    std::unique_ptr<CKBlobElement> p(new CKBlobElement);
+    CKBlobElement* p = x.NewPooled();
+    KMEM_TRY((x.v.push_back(p), 0));
     if (!p->VariantDecode(bs, &p->m_strName)) {
       BlobDecodedDelete();
       return 0;
     }
-    m_pElements->Add(p.release());
   }
   return 1;
 }
@@ -110,13 +114,11 @@ int CKBlob::DecodeImage(CKFile*& pImage) {
 
 // ---------------------------------------------------------------- text form
 int CKBlob::EncodeText(CKByteStream& bs) {
-  const int n = m_pElements->Count();
+  m_pElements->Place();
   if (!bs.PutNL(CKString("IQ01") + CKString(kSep))) return 0;
-  if (!bs.PutNL(KStr(n) + CKString(kSep))) return 0;
-  for (int i = 0; i < n; i++) {
-    CKBlobElement* p = m_pElements->GetAt(i);
-    if (!p || !p->EncodeElementText(bs)) return 0;
-  }
+  if (!bs.PutNL(KStr((int)m_pElements->v.size()) + CKString(kSep))) return 0;
+  for (CKBlobElement* p : m_pElements->v)
+    if (!p->EncodeElementText(bs)) return 0;
   return 1;
 }
 
@@ -129,14 +131,14 @@ int CKBlob::DecodeText(CKByteStream& bs) {
   if (!bs.GetNL(s)) return 0;
   const int n = std::atoi(s.GetString());
   if (n < 0) return 0;
-  m_pElements = new CKBlobElementList;
+  m_pElements = KMEM_TRY(new KBlobElements);
   for (int i = 0; i < n; i++) {
-    std::unique_ptr<CKBlobElement> p(new CKBlobElement);
+    CKBlobElement* p = m_pElements->NewPooled();
+    KMEM_TRY((m_pElements->v.push_back(p), 0));
     if (!p->DecodeElementText(bs, 1)) {
       BlobDecodedDelete();
       return 0;
     }
-    m_pElements->Add(p.release());
   }
   return 1;
 }
