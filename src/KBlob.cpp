@@ -18,10 +18,12 @@ namespace {
 
 inline unsigned char Fold(unsigned char c) { return (c >= 'A' && c <= 'Z') ? (unsigned char)(c + 32) : c; }
 
-size_t HashName(const char* s) {
-  size_t h = 1469598103u;
-  for (const unsigned char* p = (const unsigned char*)s; *p; ++p) h = (h ^ Fold(*p)) * 16777619u;
-  return h;
+// 64-bit FNV-1a over the folded bytes; the table takes the top bits of a
+// Fibonacci multiple, so names that differ only in their last digits spread.
+uint64_t HashName(const char* s) {
+  uint64_t h = 14695981039346656037ull;
+  for (const unsigned char* p = (const unsigned char*)s; *p; ++p) h = (h ^ Fold(*p)) * 1099511628211ull;
+  return h * 0x9E3779B97F4A7C15ull;
 }
 
 int NameCmp(const CKString& a, const char* b) { return std::strcmp(a.GetString(), b); }
@@ -30,34 +32,38 @@ bool NameLess(const CKBlobElement* a, const CKBlobElement* b) {
   return NameCmp(a->m_strName, b->m_strName.GetString()) < 0;
 }
 
-void IndexPut(KBlobElements& x, CKBlobElement* p) {
+size_t SlotOf(const KBlobElements& x, uint64_t h) { return (size_t)(h >> (64 - x.nBits)); }
+
+void IndexPut(KBlobElements& x, CKBlobElement* p, uint64_t h) {
   if ((x.nUsed + 1) * 2 > x.slots.size()) {
-    std::vector<CKBlobElement*> old;
+    std::vector<KBlobElements::Slot> old;
     old.swap(x.slots);
-    x.slots.assign(old.empty() ? 64 : old.size() * 2, nullptr);
+    x.nBits = old.empty() ? 6 : x.nBits + 1;
+    KMEM_TRY((x.slots.assign((size_t)1 << x.nBits, KBlobElements::Slot{0, nullptr}), 0));
     x.nUsed = 0;
-    for (CKBlobElement* q : old)
-      if (q) IndexPut(x, q);
+    for (const KBlobElements::Slot& q : old)
+      if (q.p) IndexPut(x, q.p, q.h);
   }
   const size_t mask = x.slots.size() - 1;
-  for (size_t i = HashName(p->m_strName.GetString()) & mask;; i = (i + 1) & mask) {
-    CKBlobElement*& s = x.slots[i];
-    if (!s) {
-      s = p;
+  for (size_t i = SlotOf(x, h);; i = (i + 1) & mask) {
+    KBlobElements::Slot& s = x.slots[i];
+    if (!s.p) {
+      s.h = h;
+      s.p = p;
       x.nUsed++;
       return;
     }
-    if (s->m_strName.CompareNoCase(p->m_strName.GetString()) == 0) return;  // first one wins
+    if (s.h == h && s.p->m_strName.CompareNoCase(p->m_strName.GetString()) == 0) return;  // first one wins
   }
 }
 
-CKBlobElement* IndexFind(const KBlobElements& x, const char* szName) {
+CKBlobElement* IndexFind(const KBlobElements& x, const char* szName, uint64_t h) {
   if (x.slots.empty()) return nullptr;
   const size_t mask = x.slots.size() - 1;
-  for (size_t i = HashName(szName) & mask;; i = (i + 1) & mask) {
-    CKBlobElement* s = x.slots[i];
-    if (!s) return nullptr;
-    if (s->m_strName.CompareNoCase(szName) == 0) return s;
+  for (size_t i = SlotOf(x, h);; i = (i + 1) & mask) {
+    const KBlobElements::Slot& s = x.slots[i];
+    if (!s.p) return nullptr;
+    if (s.h == h && s.p->m_strName.CompareNoCase(szName) == 0) return s.p;
   }
 }
 
@@ -203,12 +209,12 @@ CKBlobElement* CKBlob::Found(const char* szName) {
     const size_t n = x.v.size();
     for (size_t i = 0; i < n; i++) {
       CKBlobElement* p = x.v[i];
-      IndexPut(x, p);
+      IndexPut(x, p, HashName(p->m_strName.GetString()));
       if (i > 0 && x.bSorted && NameLess(p, x.v[i - 1])) x.bSorted = false;
     }
     x.bStale = false;
   }
-  return IndexFind(x, szName);
+  return IndexFind(x, szName, HashName(szName));
 }
 
 int CKBlob::BlobElementIndex(const char* szName) {
@@ -279,7 +285,7 @@ CKBlobElement* CKBlob::AddElement(const char* szName) {
     KMEM_TRY((x.v.insert(x.v.begin() + (std::ptrdiff_t)nAt, p), 0));
   }
   undo.p = nullptr;
-  if (!x.bStale) IndexPut(x, p);
+  if (!x.bStale) IndexPut(x, p, HashName(szName));
   return p;
 }
 

@@ -4,6 +4,7 @@
 #define KELVOR_KBLOBSTORE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include <base/tools/KBlob.h>
@@ -29,7 +30,12 @@ struct KBlobElements {
 
   // Open-addressed name index (ASCII-folded hash, case-insensitive match),
   // rebuilt on the next look-up once bStale is set.
-  std::vector<CKBlobElement*> slots;
+  struct Slot {
+    uint64_t h;  // the name's hash, compared before the names
+    CKBlobElement* p;
+  };
+  std::vector<Slot> slots;
+  unsigned nBits = 0;  // slots.size() is 1 << nBits
   size_t nUsed = 0;
   bool bStale = true;
 
