@@ -408,7 +408,11 @@ KBLOB_GETLIST(CKListDateTime, GetElementListDateTime, GetListDateTime)
 __int64 CKBlob::EncodedSize() const {
   if (!m_pElements || m_pElements->Count() == 0) return 0;
   __int64 n = 8;
-  for (const CKBlobElement* p : m_pElements->v) n += p->GetEncodedSize();
+  const std::vector<CKBlobElement*>& v = m_pElements->v;
+  for (size_t i = 0; i < v.size(); i++) {
+    kblob::Ahead(v, i);
+    n += v[i]->GetEncodedSize();
+  }
   for (const CKBlobElement* p : m_pElements->tail) n += p->GetEncodedSize();
   return n;
 }

@@ -23,21 +23,44 @@ static const char kSep = (char)0xFF;
 static const int kMaxDepth = 64;
 
 // ---------------------------------------------------------------- binary form
-int CKBlob::Encode(CKByteStream& bs) { return EncodeSized(bs, EncodedSize()); }
+// Whether every element's kind has an expected size, so that summing the
+// sizes reports nothing and may run in the same pass as the writing.
+static bool AllSized(const KBlobElements& x) {
+  for (const std::vector<CKBlobElement*>* l : {&x.v, &x.tail})
+    for (const CKBlobElement* p : *l) {
+      const int t = p->Type();
+      if (t == 5 || (t >= 8 && t <= 12) || t == 17 || t >= 22) return false;
+    }
+  return true;
+}
 
-// fullsize: EncodedSize(), which the file form has already computed.
-int CKBlob::EncodeSized(CKByteStream& bs, __int64 fullsize) {
+int CKBlob::Encode(CKByteStream& bs) {
+  __int64 fullsize = -1;
+  return EncodeSized(bs, fullsize);
+}
+
+// fullsize: EncodedSize() if known, else -1; it is set to EncodedSize()
+// either way. Binary output over elements of sized kinds sums the expected
+// sizes while writing: one visit to each element's blocks instead of two.
+int CKBlob::EncodeSized(CKByteStream& bs, __int64& fullsize) {
   if (!m_pElements) return 0;
+  const bool bOnePass = fullsize < 0 && !IsText() && AllSized(*m_pElements);
+  if (fullsize < 0) fullsize = bOnePass ? (m_pElements->Count() ? 8 : 0) : EncodedSize();
   if (fullsize == 0) return 1;
   if (IsText()) return EncodeText(bs);
   const int bStreamZip = bs.File() == nullptr;  // a gzip stream compresses itself
   if (!bs.Put('I') || !bs.Put('Q') || !bs.Put('0') || !bs.Put('1')) return 0;
   m_pElements->Place();
   if (!bs.Put((int)m_pElements->v.size())) return 0;
-  for (const CKBlobElement* p : m_pElements->v)
-    if (!p->VariantEncode(bs, p->m_strName.GetString())) return 0;
+  const std::vector<CKBlobElement*>& v = m_pElements->v;
+  for (size_t i = 0; i < v.size(); i++) {
+    kblob::Ahead(v, i);
+    if (bOnePass) fullsize += v[i]->GetEncodedSize();
+    if (!v[i]->VariantEncode(bs, v[i]->m_strName.GetString())) return 0;
+  }
   if (!bStreamZip) {
     const __int64 nStreamSize = bs.UpdateSize();
+    m_pElements->nSizeHint = nStreamSize;
     KASSERT_AT(nStreamSize == fullsize, "nStreamSize==fullsize", KSRC_PATH, 323);
   }
   if (!m_bZip || bStreamZip) return 1;
@@ -45,9 +68,11 @@ int CKBlob::EncodeSized(CKByteStream& bs, __int64 fullsize) {
 }
 
 int CKBlob::Encode(CKFile& file) {
-  const __int64 nExpected = EncodedSize();
+  // The one-pass form learns the size as it writes: the stream then grows.
+  const bool bOnePass = m_pElements && !IsText() && AllSized(*m_pElements);
+  __int64 nExpected = bOnePass ? -1 : EncodedSize();
   CKByteStream bs;
-  if (!bs.InitWrite(&file, nExpected, -1)) return 0;
+  if (!bs.InitWrite(&file, bOnePass ? m_pElements->nSizeHint : nExpected, -1)) return 0;
   const int bOk = EncodeSized(bs, nExpected);
   const int bTerm = bs.TermWrite();
   if (!bOk || !bTerm) return 0;

@@ -160,7 +160,7 @@ private:
   CKBlob& operator=(const CKBlob&) = delete;
   int BlobVersion(CKByteStream& bs);
   int _AddElement(const char* szName);
-  int EncodeSized(CKByteStream& bs, __int64 fullsize);
+  int EncodeSized(CKByteStream& bs, __int64& fullsize);
   int EncodeText(CKByteStream& bs);
   int DecodeText(CKByteStream& bs);
   // The element of an existing or new name, null when it cannot be made.
