@@ -23,16 +23,9 @@ static const char kSep = (char)0xFF;
 static const int kMaxDepth = 64;
 
 // ---------------------------------------------------------------- binary form
-// Whether every element's kind has an expected size, so that summing the
-// sizes reports nothing and may run in the same pass as the writing.
-static bool AllSized(const KBlobElements& x) {
-  for (const std::vector<CKBlobElement*>* l : {&x.v, &x.tail})
-    for (const CKBlobElement* p : *l) {
-      const int t = p->Type();
-      if (t == 5 || (t >= 8 && t <= 12) || t == 17 || t >= 22) return false;
-    }
-  return true;
-}
+// Kinds whose expected size reports nothing and whose encoding logs nothing
+// on success: the sizes of a run of these may be summed while writing.
+static bool Quiet(int t) { return t >= 0 && t <= 21 && t != 5 && (t < 7 || t > 12) && t != 17; }
 
 int CKBlob::Encode(CKByteStream& bs) {
   __int64 fullsize = -1;
@@ -40,23 +33,37 @@ int CKBlob::Encode(CKByteStream& bs) {
 }
 
 // fullsize: EncodedSize() if known, else -1; it is set to EncodedSize()
-// either way. Binary output over elements of sized kinds sums the expected
-// sizes while writing: one visit to each element's blocks instead of two.
+// either way. The binary form sums the expected sizes while writing, one
+// visit to each element's blocks instead of two; the first kind that would
+// report (or fail with a report) makes it sum them all there, so the log
+// lines come in the order of a separate first pass.
 int CKBlob::EncodeSized(CKByteStream& bs, __int64& fullsize) {
   if (!m_pElements) return 0;
-  const bool bOnePass = fullsize < 0 && !IsText() && AllSized(*m_pElements);
-  if (fullsize < 0) fullsize = bOnePass ? (m_pElements->Count() ? 8 : 0) : EncodedSize();
+  bool bSumming = fullsize < 0 && !IsText();
+  if (fullsize < 0) fullsize = bSumming ? (m_pElements->Count() ? 8 : 0) : EncodedSize();
   if (fullsize == 0) return 1;
   if (IsText()) return EncodeText(bs);
   const int bStreamZip = bs.File() == nullptr;  // a gzip stream compresses itself
-  if (!bs.Put('I') || !bs.Put('Q') || !bs.Put('0') || !bs.Put('1')) return 0;
+  const auto fail = [&]() {
+    if (bSumming) fullsize = EncodedSize();
+    return 0;
+  };
+  if (!bs.Put('I') || !bs.Put('Q') || !bs.Put('0') || !bs.Put('1')) return fail();
   m_pElements->Place();
-  if (!bs.Put((int)m_pElements->v.size())) return 0;
+  if (!bs.Put((int)m_pElements->v.size())) return fail();
   const std::vector<CKBlobElement*>& v = m_pElements->v;
   for (size_t i = 0; i < v.size(); i++) {
     kblob::Ahead(v, i);
-    if (bOnePass) fullsize += v[i]->GetEncodedSize();
-    if (!v[i]->VariantEncode(bs, v[i]->m_strName.GetString())) return 0;
+    const CKBlobElement* p = v[i];
+    if (bSumming) {
+      if (Quiet(p->Type())) {
+        fullsize += p->GetEncodedSize();
+      } else {
+        bSumming = false;
+        fullsize = EncodedSize();
+      }
+    }
+    if (!p->VariantEncode(bs, p->m_strName.GetString())) return fail();
   }
   if (!bStreamZip) {
     const __int64 nStreamSize = bs.UpdateSize();
@@ -68,11 +75,12 @@ int CKBlob::EncodeSized(CKByteStream& bs, __int64& fullsize) {
 }
 
 int CKBlob::Encode(CKFile& file) {
-  // The one-pass form learns the size as it writes: the stream then grows.
-  const bool bOnePass = m_pElements && !IsText() && AllSized(*m_pElements);
-  __int64 nExpected = bOnePass ? -1 : EncodedSize();
+  // The binary form learns its expected size as it writes; the stream is
+  // pre-sized from the last encoding instead.
+  const bool bSum = m_pElements && !IsText();
+  __int64 nExpected = bSum ? -1 : EncodedSize();
   CKByteStream bs;
-  if (!bs.InitWrite(&file, bOnePass ? m_pElements->nSizeHint : nExpected, -1)) return 0;
+  if (!bs.InitWrite(&file, bSum ? m_pElements->nSizeHint : nExpected, -1)) return 0;
   const int bOk = EncodeSized(bs, nExpected);
   const int bTerm = bs.TermWrite();
   if (!bOk || !bTerm) return 0;
