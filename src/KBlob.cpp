@@ -171,10 +171,10 @@ int CKBlob::ToDecoded(long nParam, int (*fn)(CKBlob*, CKBlobElement*, long)) {
   m_pElements->Place();
   int n = 0;
   // By index: the callback may add or delete elements.
-  for (size_t i = 0; i < m_pElements->v.size(); i++) {
+  for (size_t i = 0; m_pElements && i < m_pElements->v.size(); i++) {
     n++;
     if (!fn(this, m_pElements->v[i], nParam)) break;
-    m_pElements->Place();
+    if (m_pElements) m_pElements->Place();
   }
   return n;
 }
@@ -317,8 +317,11 @@ void CKBlob::BlobElementSetName(int nIndex, const char* szNewName) {
   CKBlobElement* pOld = Found(szNewName);
   // A change of case alone finds p itself, which must survive its rename.
   if (pOld && pOld != p) {
-    x.v.erase(std::find(x.v.begin(), x.v.end(), pOld));
-    x.Destroy(pOld);
+    const auto it = std::find(x.v.begin(), x.v.end(), pOld);
+    if (it != x.v.end()) {
+      x.v.erase(it);
+      x.Destroy(pOld);
+    }
   }
   p->m_strName = szNewName;
   x.bStale = true;  // not re-sorted: the order check runs again
