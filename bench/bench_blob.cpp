@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -23,6 +22,8 @@
 #include <msgpack.hpp>
 
 #include <base/tools/KBlob.h>
+
+#include "KBenchBest.h"
 
 namespace {
 
@@ -180,21 +181,6 @@ BENCHMARK(BM_MsgpackUnpack)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Memcpy)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SetElementAscending)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SetElementRandom)->Unit(benchmark::kMillisecond);
-
-class CBestReporter : public benchmark::ConsoleReporter {
-public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs) {
-      if (r.error_occurred || r.run_type != Run::RT_Iteration || r.iterations <= 0) continue;
-      const double ns = r.cpu_accumulated_time * 1e9 / (double)r.iterations;
-      const std::string name = r.benchmark_name();
-      auto it = best.find(name);
-      if (it == best.end() || ns < it->second) best[name] = ns;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> best;
-};
 
 // Heap bytes held by a decoded blob, per element.
 double BytesPerElement() {

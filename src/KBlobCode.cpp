@@ -14,29 +14,60 @@
 #include <base/tools/KFile.h>
 #include <base/tools/KStr.h>
 
+#include "KAlloc.h"
+#include "KBlobStore.h"
+
 // The separator of the text form's header lines and fields.
 static const char kSep = (char)0xFF;
 // Nested variant lists deeper than this are refused in the text form.
 static const int kMaxDepth = 64;
 
 // ---------------------------------------------------------------- binary form
-int CKBlob::Encode(CKByteStream& bs) { return EncodeSized(bs, EncodedSize()); }
+// Kinds whose expected size reports nothing and whose encoding logs nothing
+// on success: the sizes of a run of these may be summed while writing.
+static bool Quiet(int t) { return t >= 0 && t <= 21 && t != 5 && (t < 7 || t > 12) && t != 17; }
 
-// fullsize: EncodedSize(), which the file form has already computed.
-int CKBlob::EncodeSized(CKByteStream& bs, __int64 fullsize) {
+int CKBlob::Encode(CKByteStream& bs) {
+  __int64 fullsize = -1;
+  return EncodeSized(bs, fullsize);
+}
+
+// fullsize: EncodedSize() if known, else -1; it is set to EncodedSize()
+// either way. The binary form sums the expected sizes while writing, one
+// visit to each element's blocks instead of two; the first kind that would
+// report (or fail with a report) makes it sum them all there, so the log
+// lines come in the order of a separate first pass.
+int CKBlob::EncodeSized(CKByteStream& bs, __int64& fullsize) {
   if (!m_pElements) return 0;
+  bool bSumming = fullsize < 0 && !IsText();
+  if (fullsize < 0) fullsize = bSumming ? (m_pElements->Count() ? 8 : 0) : EncodedSize();
   if (fullsize == 0) return 1;
   if (IsText()) return EncodeText(bs);
   const int bStreamZip = bs.File() == nullptr;  // a gzip stream compresses itself
-  if (!bs.Put('I') || !bs.Put('Q') || !bs.Put('0') || !bs.Put('1')) return 0;
-  const int n = m_pElements->Count();
-  if (!bs.Put(n)) return 0;
-  for (int i = 0; i < n; i++) {
-    const CKBlobElement* p = m_pElements->GetAt(i);
-    if (!p || !p->VariantEncode(bs, p->m_strName.GetString())) return 0;
+  const auto fail = [&]() {
+    if (bSumming) fullsize = EncodedSize();
+    return 0;
+  };
+  if (!bs.Put('I') || !bs.Put('Q') || !bs.Put('0') || !bs.Put('1')) return fail();
+  m_pElements->Place();
+  if (!bs.Put((int)m_pElements->v.size())) return fail();
+  const std::vector<CKBlobElement*>& v = m_pElements->v;
+  for (size_t i = 0; i < v.size(); i++) {
+    kblob::Ahead(v, i);
+    const CKBlobElement* p = v[i];
+    if (bSumming) {
+      if (Quiet(p->Type())) {
+        fullsize += p->GetEncodedSize();
+      } else {
+        bSumming = false;
+        fullsize = EncodedSize();
+      }
+    }
+    if (!p->VariantEncode(bs, p->m_strName.GetString())) return fail();
   }
   if (!bStreamZip) {
     const __int64 nStreamSize = bs.UpdateSize();
+    m_pElements->nSizeHint = nStreamSize;
     KASSERT_AT(nStreamSize == fullsize, "nStreamSize==fullsize", KSRC_PATH, 323);
   }
   if (!m_bZip || bStreamZip) return 1;
@@ -44,9 +75,12 @@ int CKBlob::EncodeSized(CKByteStream& bs, __int64 fullsize) {
 }
 
 int CKBlob::Encode(CKFile& file) {
-  const __int64 nExpected = EncodedSize();
+  // The binary form learns its expected size as it writes; the stream is
+  // pre-sized from the last encoding instead.
+  const bool bSum = m_pElements && !IsText();
+  __int64 nExpected = bSum ? -1 : EncodedSize();
   CKByteStream bs;
-  if (!bs.InitWrite(&file, nExpected, -1)) return 0;
+  if (!bs.InitWrite(&file, bSum ? m_pElements->nSizeHint : nExpected, -1)) return 0;
   const int bOk = EncodeSized(bs, nExpected);
   const int bTerm = bs.TermWrite();
   if (!bOk || !bTerm) return 0;
@@ -73,21 +107,24 @@ int CKBlob::Decode(CKByteStream& bs) {
   if (IsText()) return DecodeText(bs);
   if (m_bZip && bs.File() != nullptr && !bs.Unzip()) return 0;
   if (BlobVersion(bs) != 1) return 0;
-  m_pElements = new CKBlobElementList;
   int n = 0;
-  if (!bs.Get(n) || n < 0) {
-    BlobDecodedDelete();
-    return 0;
-  }
-  // Elements arrive one by one: a count the data cannot back fails at the
-  // first missing record, having allocated nothing for the rest.
+  if (!bs.Get(n) || n < 0) return 0;
+  m_pElements = KMEM_TRY(new KBlobElements);
+  KBlobElements& x = *m_pElements;
+  // A record takes 8 bytes at least (tag and name length): room for no more
+  // than the data can back; beyond that, elements arrive one by one and a
+  // count the data cannot back fails at the first missing record.
+  const __int64 nLeft = bs.File() ? (bs.GetSize() - bs.GetPosition()) / 8 : 4096;
+  const size_t nRoom = (size_t)(nLeft < n ? (nLeft < 0 ? 0 : nLeft) : n);
+  x.Reserve(nRoom);
+  KMEM_TRY((x.v.reserve(nRoom), 0));
   for (int i = 0; i < n; i++) {
-    std::unique_ptr<CKBlobElement> p(new CKBlobElement);
+    CKBlobElement* p = x.NewPooled();
+    KMEM_TRY((x.v.push_back(p), 0));
     if (!p->VariantDecode(bs, &p->m_strName)) {
       BlobDecodedDelete();
       return 0;
     }
-    m_pElements->Add(p.release());
   }
   return 1;
 }
@@ -110,13 +147,11 @@ int CKBlob::DecodeImage(CKFile*& pImage) {
 
 // ---------------------------------------------------------------- text form
 int CKBlob::EncodeText(CKByteStream& bs) {
-  const int n = m_pElements->Count();
+  m_pElements->Place();
   if (!bs.PutNL(CKString("IQ01") + CKString(kSep))) return 0;
-  if (!bs.PutNL(KStr(n) + CKString(kSep))) return 0;
-  for (int i = 0; i < n; i++) {
-    CKBlobElement* p = m_pElements->GetAt(i);
-    if (!p || !p->EncodeElementText(bs)) return 0;
-  }
+  if (!bs.PutNL(KStr((int)m_pElements->v.size()) + CKString(kSep))) return 0;
+  for (CKBlobElement* p : m_pElements->v)
+    if (!p->EncodeElementText(bs)) return 0;
   return 1;
 }
 
@@ -129,14 +164,14 @@ int CKBlob::DecodeText(CKByteStream& bs) {
   if (!bs.GetNL(s)) return 0;
   const int n = std::atoi(s.GetString());
   if (n < 0) return 0;
-  m_pElements = new CKBlobElementList;
+  m_pElements = KMEM_TRY(new KBlobElements);
   for (int i = 0; i < n; i++) {
-    std::unique_ptr<CKBlobElement> p(new CKBlobElement);
+    CKBlobElement* p = m_pElements->NewPooled();
+    KMEM_TRY((m_pElements->v.push_back(p), 0));
     if (!p->DecodeElementText(bs, 1)) {
       BlobDecodedDelete();
       return 0;
     }
-    m_pElements->Add(p.release());
   }
   return 1;
 }

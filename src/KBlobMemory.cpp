@@ -26,7 +26,21 @@ CKFile* NewImage(const CKMem& mem) {
   return f;
 }
 
-int ImageToMem(const CKFile& f, CKMem& mem) {
+int ImageToMem(CKFile& f, CKMem& mem) {
+  // A block of the file's own goes over whole; the file is left empty.
+  CKMem& m = f.GetData();
+  const __int64 nSize = f.Size() < f.MemRoom() ? f.Size() : f.MemRoom();
+  if (nSize > 0 && m.m_nStartOffset == 0 && m.m_pMemRef && m.m_pMemRef->bOwnsData &&
+      !dynamic_cast<CKMemFake*>(&mem) && mem.EnsureMemRef() && mem.m_pMemRef) {
+    unsigned char* p = m.Detach();
+    f.UpdateSize();
+    mem.Attach(p, (unsigned)nSize);
+    return 1;
+  }
+  return ImageCopyToMem(f, mem);
+}
+
+int ImageCopyToMem(const CKFile& f, CKMem& mem) {
   const __int64 n = f.Size() < f.MemRoom() ? f.Size() : f.MemRoom();
   if (n <= 0) {
     mem.SetEmpty();

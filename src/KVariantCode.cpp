@@ -37,10 +37,22 @@ static int WriteList(CKByteStream& bs, const CKList* l) {
   return WriteCounted(bs, l, [&](const CKList& x, int i) { return bs.Put(ListStr(x, i)->GetString()); });
 }
 
+// The first growth of a decoded list makes room for its whole count, no
+// more than the bytes left can back at nMin bytes an item (the step rule's
+// look-ahead when that is unknown); the rule's step applies after that.
+template <class L>
+static void FirstRoom(const CKByteStream& bs, L& l, int n, int nMin) {
+  const int nStep = StepFor(n) ? StepFor(n) : l.data.step;
+  const __int64 nLeft = bs.File() ? (bs.GetSize() - bs.GetPosition()) / nMin : 4096;
+  const __int64 nRoom = n < nLeft ? n : nLeft;
+  if (nRoom > 0 && l.data.size == 0) l.SetStep((int)nRoom);  // allocates the room
+  l.data.step = nStep;
+}
+
 static int ReadList(CKByteStream& bs, CKList& l) {
   int n = 0;
   if (!bs.Get(n)) return 0;
-  if (StepFor(n)) l.SetStep(StepFor(n));
+  FirstRoom(bs, l, n, 4);
   CKString s;
   for (int i = 0; i < n; i++) {
     if (!bs.Get(s)) return 0;

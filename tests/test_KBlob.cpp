@@ -484,3 +484,75 @@ TEST(KBlobEncode, RandomMutationsDecodeFullyOrLeaveNothing) {
     }
   }
 }
+
+TEST(KBlob, ElementsSurviveGrowthMergesAndDecodedNeighbours) {
+  // Addresses hold while thousands of names arrive out of order and are
+  // merged in; a change of case alone renames the element in place.
+  CKTestBlob b;
+  b.SetElement("m", 1);
+  CKBlobElement* pM = b.BlobElementGet("m");
+  std::mt19937 rng(7);
+  std::vector<int> order(4000);
+  for (int i = 0; i < 4000; i++) order[i] = i;
+  std::shuffle(order.begin(), order.end(), rng);
+  for (int i : order) b.SetElement(("k" + std::to_string(i)).c_str(), i);
+  EXPECT_EQ(pM, b.BlobElementGet("M"));
+  EXPECT_EQ(4000, b.BlobElementIndex("m"));
+  b.BlobElementSetName("m", "M");
+  EXPECT_EQ(pM, b.BlobElementGet(4000));
+  EXPECT_STREQ("M", b.BlobElementName(4000));
+  EXPECT_EQ(1, pM->GetInt32());
+  b.BlobElementDeleteAll();
+  EXPECT_EQ(0, b.BlobElementCount());
+  b.SetElement("again", 2);
+  EXPECT_EQ(0, b.BlobElementIndex("AGAIN"));
+
+  // Decoded elements take new values and new neighbours; encoding twice
+  // gives the same bytes (the first hands its block over).
+  CKBlobMemory src;
+  Fill(src);
+  CKBlobMemory d;
+  FromBytes(d, ToBytes(src));
+  ASSERT_EQ(src.BlobElementCount(), d.BlobElementCount());
+  CKBlobElement* pText = d.BlobElementGet("text");
+  d.SetElement("text", "new");
+  d.SetElement("aaa", 3);
+  d.SetElement("zzz", 4);
+  EXPECT_EQ(pText, d.BlobElementGet("TEXT"));
+  const std::string once = ToBytes(d);
+  EXPECT_EQ(once, ToBytes(d));
+  CKBlobMemory e;
+  FromBytes(e, once);
+  std::vector<std::string> names = Names(d);
+  EXPECT_EQ(names, Names(e));
+  EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+  EXPECT_EQ("new", std::string(e.BlobElementGet("text")->GetText()));
+
+  // A count far beyond the data fails at the first missing record.
+  std::string hostile = std::string("IQ01\xFF\xFF\xFF\x7F", 8) + ToBytes(src).substr(8, 40);
+  CKBlobMemory h;
+  FromBytes(h, hostile);
+  EXPECT_EQ(0, h.BlobElementCount());
+  EXPECT_EQ(-1, h.GetStatus());
+}
+
+TEST(KBlobEncode, SizeReportsComeBeforeTheSizeCheck) {
+  // The expected size is summed while writing; a kind without a size must
+  // still report before the size check, as a separate first pass would.
+  CKTestLog log;
+  CKBlobMemory b;
+  CKVariant::CKListVariant lv;
+  lv.Add(new CKVariant(5));
+  CKVariant v;
+  v.Set(lv, 0);
+  b.SetElement("a", 1);
+  b.SetElement("m", v);
+  b.SetElement("z", 2.0);
+  CKMem mem;
+  EXPECT_EQ(0, b.ToMem(mem));
+  const std::vector<std::string> asserts = log.Asserts();
+  ASSERT_EQ(2u, asserts.size()) << ::testing::PrintToString(asserts);
+  EXPECT_TRUE(log.HasAssert("FALSE", "src/KBlobElement", CKTestLog::kReturnValue, 587));
+  EXPECT_NE(std::string::npos, asserts[0].find("src/KBlobElement on line 587"));
+  EXPECT_NE(std::string::npos, asserts[1].find("nStreamSize==fullsize"));
+}

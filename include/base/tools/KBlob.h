@@ -48,7 +48,9 @@ public:
 };
 
 typedef CKPtrListOwned<CKBlobElement> CKBlobElementList;
-struct KBlobIndex;
+// The elements in list order, their name index and the pool decoded
+// elements are carved from (src/KBlob.cpp).
+struct KBlobElements;
 
 class KELVOR_API CKBlob {
 public:
@@ -148,7 +150,7 @@ protected:
   // Decodes the waiting image and frees it (pImage is left null).
   int DecodeImage(CKFile*& pImage);
 
-  CKBlobElementList* m_pElements;
+  KBlobElements* m_pElements;  // null until an element is added or a decode succeeds
   int m_bZip;
   int m_bText;
   int m_nStatus;
@@ -158,15 +160,15 @@ private:
   CKBlob& operator=(const CKBlob&) = delete;
   int BlobVersion(CKByteStream& bs);
   int _AddElement(const char* szName);
-  int EncodeSized(CKByteStream& bs, __int64 fullsize);
+  int EncodeSized(CKByteStream& bs, __int64& fullsize);
   int EncodeText(CKByteStream& bs);
   int DecodeText(CKByteStream& bs);
   // The element of an existing or new name, null when it cannot be made.
   CKBlobElement* ElementFor(const char* szName);
   CKBlobElement* Found(const char* szName);
   int Changed(CKBlobElement* p) { return OnBlobElementSetValue(p); }
-
-  KBlobIndex* m_pIndex;  // name look-up beside the sorted list
+  // The element made or found for a name; null for a null or empty name.
+  CKBlobElement* AddElement(const char* szName);
 };
 
 // Encoded bytes held in memory, decoded on the first element access.
