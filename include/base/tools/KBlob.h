@@ -80,10 +80,13 @@ public:
   void DeleteDecodedContent();
 
   // ---------------------------------------------------------------- elements
+  // Elements are kept sorted by name; names compare without case. The index
+  // of the element called szName, or -1.
   int BlobElementIndex(const char* szName);
   int BlobElementExist(const char* szName) { return BlobElementIndex(szName) != -1; }
   CKBlobElement* BlobElementGet(int nIndex);
   CKBlobElement* BlobElementGet(const char* szName);
+  // The element called szName, added (empty) when missing; null on failure.
   CKBlobElement* BlobElementAdd(const char* szName);
   int BlobElementCount();
   const char* BlobElementName(int nIndex);
@@ -95,6 +98,9 @@ public:
   void BlobElementDelete(const char* szName);
   void BlobElementDeleteAll();
 
+  // Each setter finds or adds the element, stores the value as the variant's
+  // Set for that kind does (lists: copied when bDetach is 0, moved out of l
+  // otherwise) and returns OnBlobElementSetValue's answer; 0 on failure.
   int SetElement(const char* szName, const char* szText);
   int SetElement(const char* szName, const CKString& s);
   int SetElement(const char* szName, int n);
@@ -114,8 +120,13 @@ public:
   int SetElement(const char* szName, CKListTyped<int>& l, int bDetach);
   int SetElement(const char* szName, CKListDateTime& l, int bDetach);
   int SetElementRaw(const char* szName, CKFile& file, int bDetach);
+  // The raw element's file image (kind 1); null when the element is missing
+  // and bCreate is 0. With bDetach the caller takes ownership.
   CKFile* GetElementRaw(const char* szName, int bDetach, int bCreate);
 
+  // Each getter reads the element through the variant's typed Get, with no
+  // widening between kinds: 0 when the element is missing or of another
+  // kind, 1 otherwise. bDetach moves a list out instead of copying it.
   int GetElement(const char* szName, CKString& s);
   int GetElement(const char* szName, int& n);
   int GetElement(const char* szName, unsigned int& n);
@@ -130,6 +141,9 @@ public:
   int GetElement(const char* szName, CKLangList& l, int bDetach);
   int GetElement(const char* szName, CKListTyped<int>& l, int bDetach);
   int GetElement(const char* szName, CKListDateTime& l, int bDetach);
+  // The element's list itself (null when missing and bCreate is 0, or of
+  // another kind); with bDetach the caller owns it and the element is left
+  // empty.
   CKList* GetElementList(const char* szName, int bDetach, int bCreate);
   CKListList* GetElementListList(const char* szName, int bDetach, int bCreate);
   CKListUINT64* GetElementListUINT64(const char* szName, int bDetach, int bCreate);
@@ -141,6 +155,10 @@ public:
 
 protected:
   void BlobDecodedDelete();
+  // The whole blob in the form its flags choose (binary, zipped or text;
+  // see docs/formats.md). Encode checks the bytes written against the
+  // expected size; Decode replaces every element and fails (0, blob empty)
+  // on any malformed input.
   int Encode(CKByteStream& bs);
   int Encode(CKFile& file);
   int Decode(CKByteStream& bs);
