@@ -30,7 +30,8 @@ void Feed(unsigned char* block, unsigned& index, const unsigned char* p, size_t 
     p += len & ~(kBlock - 1);
     len &= kBlock - 1;
   }
-  memcpy(block, p, len);
+  // A message of whole blocks leaves nothing: no call for zero bytes.
+  if (len) memcpy(block, p, len);
   index = (unsigned)len;
 }
 

@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <memory>
+#include <set>
+#include <string>
 
 #include <base/tools/KDebug.h>
 
@@ -44,6 +46,9 @@ void CopyPrivate(const CKLangList& src, CKLangList& dst) {
 struct KLangState {
   kplat::Mutex* pMutex = kplat::MutexNew();
   CKLangList table;
+  // Every extension name ever set, kept for the process's lifetime so that
+  // a thread's slot is a plain pointer (see t_pszExt).
+  std::set<std::string> extNames;
 };
 
 // Never destroyed: threads may still look texts up while statics go.
@@ -56,7 +61,11 @@ KLangState& State() {
 std::atomic<int> g_nLangs{0};
 
 thread_local char t_cLang = 0;
-thread_local CKString t_strExt;
+// No thread_local with a destructor: MinGW emulates thread-local storage and
+// frees it at thread end before libstdc++ runs thread_local destructors
+// (both are winpthreads key destructors), so such a destructor would work on
+// freed memory. The slot points into State().extNames; null is "".
+thread_local const char* t_pszExt = nullptr;
 
 }  // namespace
 
@@ -192,9 +201,18 @@ char KLangGet() { return t_cLang; }
 
 void KLangSetThreadLang(char cLang) { t_cLang = cLang; }
 
-CKString KLangExtGet() { return CKString(t_strExt.GetString()); }
+CKString KLangExtGet() { return CKString(t_pszExt ? t_pszExt : ""); }
 
-void KLangExtSetThreadLang(const char* szExt) { t_strExt = CKString(szExt); }
+void KLangExtSetThreadLang(const char* szExt) {
+  // The common case, no extension, takes no lock.
+  if (!szExt || !*szExt) {
+    t_pszExt = nullptr;
+    return;
+  }
+  KLangState& st = State();
+  kplat::MutexGuard lock(st.pMutex);
+  t_pszExt = KMEM_TRY(st.extNames.insert(szExt)).first->c_str();
+}
 
 // ---------------------------------------------------------------- look-ups
 CKString KLangString(int nId) {

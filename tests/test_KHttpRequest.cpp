@@ -284,9 +284,6 @@ TEST(KHttpMiniServer, SlowSplitCutAndStalledClients) {
 }
 
 TEST(KHttpMiniServer, ManyConcurrentConnections) {
-#if defined(_WIN32)
-  GTEST_SKIP() << "many concurrent connection threads corrupt the heap under Wine; not yet explained (see docs/design.md)";
-#endif
   Running<CEchoServer> echo;
   const unsigned short nPort = echo.server.Port();
   const int kClients = 64;
@@ -465,9 +462,6 @@ void SoakRound(unsigned short nPort, std::atomic<int>& nGood, std::atomic<int>& 
 }
 
 TEST(KHttpMiniServer, Soak) {
-#if defined(_WIN32)
-  GTEST_SKIP() << "many concurrent connection threads corrupt the heap under Wine; not yet explained (see docs/design.md)";
-#endif
   const int nThreads0 = KTestCountDir("/proc/self/task");
   const int nFds0 = KTestCountDir("/proc/self/fd");
   std::atomic<int> nGood(0), nBad(0), nWrong(0);
