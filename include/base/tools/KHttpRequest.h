@@ -33,6 +33,9 @@ public:
   CKString Data() const { return m_strData; }
   CKString Error() const { return m_strError; }
   CKString Line() const { return m_strLine; }
+  // Parameters, headers and cookies: empty when absent. Value is case-
+  // sensitive and reads the name=value words Parse found after the URL on
+  // the request line; cookies ignore case.
   CKString Value(const char* szName) const { return m_Params.GetValue(szName); }
   CKString HeaderGet(const char* szName, int bNoCase) const { return m_Headers.GetValue(szName, bNoCase); }
   CKString GetCookie(const char* szName) const { return m_Cookies.GetValue(szName, TRUE); }
@@ -55,6 +58,9 @@ protected:
 
 // URL decoding in place: '+' to space, then each "%HH" sequence, every
 // occurrence at once.
+// URL decoding in place: '+' becomes a blank, then each "%XX" that is a
+// hexadecimal byte is replaced (every occurrence of it), stopping at the
+// first one that is not; a '%' in the last two places stays.
 KELVOR_API void HttpRequestParseString(CKString& s);
 
 class CKHttpMiniServer;
@@ -64,8 +70,10 @@ public:
   CKHttpMiniClient();
   ~CKHttpMiniClient() override;
 
+  // Takes the accepted connection and the server that counts it.
   int SetSocket(const CKSocket& s, CKHttpMiniServer* pServer);
   int Read();
+  // Each text becomes one "Set-Cookie: " line of the answer.
   void AddCookie(const char* szText);
   void WriteCookies();
   // Fills body (and may change headers) for the request; nothing here.
@@ -98,10 +106,18 @@ public:
   void SetPort(unsigned short nPort) { m_nPort = nPort; }
   unsigned short Port() const { return m_nPort; }
 
+  // Listens on every address of the port (non-blocking, largest backlog)
+  // and starts the accept loop on this thread; FALSE when the socket cannot
+  // be set up.
   int StartServer();
+  // Accepts one waiting connection, if any, and starts a client thread for
+  // it; FALSE only when accepting fails.
   int AcceptNewConnections();
+  // Override to serve with a derived client; the default is a plain one.
   virtual CKHttpMiniClient* GetNewClient();
+  // The header block every answer starts with (200 OK, date, server line).
   virtual CKString GetDefaultHeaders();
+  // The text of the last Windows Sockets error code.
   CKString LastError();
   void Func() override;
 

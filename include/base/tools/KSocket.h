@@ -50,19 +50,25 @@ public:
   int Listen(int backlog);
   int ConnectByIP(unsigned long addr, unsigned short port);
   int ConnectByIP(const char* szAddr, unsigned short port);
+  // TRUE with client set to the new connection; with bNonBlocking also TRUE
+  // when nothing is pending (client then stays invalid).
   int Accept(CKSocket& client, int bNonBlocking);
   // Non-zero makes the socket non-blocking (whatever the name says).
   int SetBlockingMode(int bNonBlocking);
   int Ioctl(long cmd, unsigned long* arg);
   int SetSockOpt(int level, int name, const char* value, int len);
 
-  // Readiness within usec microseconds.
+  // Readiness within usec microseconds. SelectRead and the Is... forms are
+  // TRUE only when select reports this socket; SelectWrite and SelectError
+  // give select's raw result (1, 0 on time-out, -1 on error).
   int SelectRead(unsigned long usec) const;
   int SelectWrite(unsigned long usec) const;
   int SelectError(unsigned long usec) const;
   int IsReadReady(unsigned long usec) const;
   int IsWriteReady(unsigned long usec) const;
 
+  // One receive or send; *pDone gets the count. FALSE on a socket error; a
+  // closed peer gives TRUE with 0 bytes.
   int Recv(unsigned char* buf, unsigned long len, unsigned long* pDone);
   int Send(unsigned char* buf, unsigned long len, unsigned long* pDone);
   // Appends whatever is immediately available, chunk bytes per receive;
@@ -76,11 +82,14 @@ public:
   void SetWriteTimeout(unsigned long nMilliseconds) { m_nWriteTimeoutMs = nMilliseconds; }
   unsigned long WriteTimeout() const { return m_nWriteTimeoutMs; }
 
+  // Peer and local addresses in dotted form, the peer's name by reverse
+  // look-up; empty on failure or for an invalid socket.
   CKString GetAddr() const;
   CKString GetLocalAddr() const;
   // The local port (host order); 0 when unknown.
   unsigned short GetLocalPort() const;
   CKString GetHostName() const;
+  // TRUE when the peer's reverse-looked-up name maps forward to its address.
   int ReverseAddr() const;
 
 protected:
