@@ -39,6 +39,12 @@ CKString UpperAscii(const char* sz) {
 inline void Put(CKString& s, const CKString& t) { s.KConcatInPlace(t.GetLength(), t.GetString()); }
 inline void Put(CKString& s, const char* sz) { s.KConcatInPlace((unsigned)strlen(sz), sz); }
 
+// Growth steps of a node's piles. Most elements have a few children and
+// attributes; the default step would give each one a 1 KB array. The arrays
+// themselves still grow geometrically.
+const int kChildStep = 8;
+const int kParamStep = 4;
+
 // One element of a depth-first walk that needs a closing step.
 struct Frame {
   const CKXmlTreeNode* pNode;
@@ -48,14 +54,33 @@ struct Frame {
 }  // namespace
 
 // ---------------------------------------------------------------- CKXmlTreeNode
-CKXmlTreeNode::CKXmlTreeNode() : m_nData(0), m_pFather(nullptr) {}
+CKXmlTreeNode::CKXmlTreeNode() : m_nData(0), m_pFather(nullptr) { SmallSteps(); }
 
 CKXmlTreeNode::CKXmlTreeNode(const char* szName, const char* szValue)
-    : m_nData(0), m_pFather(nullptr), m_strName(szName ? szName : ""), m_strValue(szValue ? szValue : "") {}
+    : m_nData(0), m_pFather(nullptr), m_strName(szName ? szName : ""), m_strValue(szValue ? szValue : "") {
+  SmallSteps();
+}
+
+void CKXmlTreeNode::SmallSteps() {
+  m_Children.data.step = kChildStep;
+  m_ListParam.data.step = kParamStep;
+  m_ListValue.data.step = kParamStep;
+}
+
+void CKXmlTreeNode::AddParamShared(const CKString& strName, const CKString& strValue) {
+  m_ListParam.Add(strName);
+  try {
+    m_ListValue.Add(strValue);
+  } catch (...) {
+    m_ListParam.DeleteLast();
+    throw;
+  }
+}
 
 CKXmlTreeNode::CKXmlTreeNode(const CKXmlTreeNode& n)
     : CKListParamValue(n), m_nData(n.m_nData), m_pFather(nullptr), m_strName(n.m_strName),
       m_strValue(n.m_strValue) {
+  SmallSteps();
   // Level by level, without recursion: pairs of (source, copy).
   std::vector<std::pair<const CKXmlTreeNode*, CKXmlTreeNode*>> work;
   work.emplace_back(&n, this);
@@ -361,8 +386,28 @@ CKString CKXmlTree::GetStringDescription(const char* szPrefix) const {
 }
 
 // ---------------------------------------------------------------- CKXmlParserDOM
-CKXmlParserDOM::CKXmlParserDOM() {}
-CKXmlParserDOM::~CKXmlParserDOM() {}
+// Element and attribute names, and many short values, repeat throughout a
+// document: equal texts share one string block instead of one copy each.
+// Direct-mapped: a miss simply replaces the slot.
+struct CKXmlParserDOM::TextCache {
+  static const unsigned kSlots = 1024;
+  static const unsigned kMaxLength = 32;
+  CKString slot[kSlots];
+};
+
+CKXmlParserDOM::CKXmlParserDOM() : m_pCache(nullptr) {}
+CKXmlParserDOM::~CKXmlParserDOM() { delete m_pCache; }
+
+CKString CKXmlParserDOM::Intern(const char* sz) {
+  unsigned n = 0;
+  unsigned h = 2166136261u;
+  while (n <= TextCache::kMaxLength && sz[n]) h = (h ^ (unsigned char)sz[n++]) * 16777619u;
+  if (n > TextCache::kMaxLength) return CKString(sz);
+  if (!m_pCache) m_pCache = KMEM_TRY(new TextCache);
+  CKString& s = m_pCache->slot[(h ^ (h >> 15)) & (TextCache::kSlots - 1)];
+  if (s.GetLength() != n || memcmp(s.GetString(), sz, n) != 0) s = sz;
+  return s;
+}
 
 CKString CKXmlParserDOM::GetXmlString() {
   CKString s("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n");
@@ -387,11 +432,17 @@ int CKXmlParserDOM::OnEnd() {
   return TRUE;
 }
 int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes) {
-  CKXmlTreeNode* p = m_Tree.AddChild(szName);
-  m_Tree.SetAsCurrentNode(p);
-  // The new node has no attributes yet: a copy of the list is the same as
-  // appending each pair, and shares the texts instead of copying them.
-  if (pAttributes && pAttributes->Count()) p->CKListParamValue::operator=(*pAttributes);
+  CKXmlTreeNode* p = KMEM_TRY(new CKXmlTreeNode);
+  m_Tree.m_pCurrent->AddChildNode(p);
+  m_Tree.m_pCurrent = p;
+  if (szName) p->m_strName = Intern(szName);
+  const int n = pAttributes ? pAttributes->Count() : 0;
+  if (!n) return TRUE;
+  // Arrays of exactly the attributes' size.
+  p->m_ListParam.data.step = p->m_ListValue.data.step = n;
+  const CKList& names = pAttributes->GetParamList();
+  const CKList& values = pAttributes->GetValueList();
+  for (int i = 0; i < n; ++i) p->AddParamShared(Intern(names.Get(i)), Intern(values.Get(i)));
   return TRUE;
 }
 int CKXmlParserDOM::OnEndTag(const char*) {
@@ -403,11 +454,11 @@ int CKXmlParserDOM::OnValue(const char* szText) {
   return TRUE;
 }
 int CKXmlParserDOM::OnText(const char* szText) {
-  CKXmlTreeNode* p = m_Tree.GetCurrentNode();
-  CKString s = p->GetValue();
-  p->SetValue("");
-  s += szText;
-  p->SetValue(s);
+  CKString& s = m_Tree.m_pCurrent->m_strValue;
+  if (!s.GetLength())
+    s = Intern(szText ? szText : "");
+  else if (szText)
+    s += szText;
   return TRUE;
 }
 int CKXmlParserDOM::OnProcInstr(const char*, CKListParamValue*) { return TRUE; }

@@ -67,12 +67,18 @@ public:
   int m_nData;  // free integer for the owner, copied with the node
 
 protected:
+  // Appends an attribute whose texts are shared, not copied (the builder's
+  // interned names and values).
+  void AddParamShared(const CKString& strName, const CKString& strValue);
+  void SmallSteps();
+
   CKXmlTreeNodeList m_Children;
   CKXmlTreeNode* m_pFather;
   CKString m_strName;
   CKString m_strValue;
 
   friend class CKXmlTree;
+  friend class CKXmlParserDOM;
 };
 
 // ---------------------------------------------------------------- CKXmlTree
@@ -126,6 +132,8 @@ public:
 
 protected:
   CKXmlTreeNode* m_pCurrent;
+
+  friend class CKXmlParserDOM;
 };
 
 // ---------------------------------------------------------------- CKXmlParserDOM
@@ -151,6 +159,12 @@ public:
 
 protected:
   CKXmlTree m_Tree;
+
+private:
+  struct TextCache;
+  // sz as a string that shares its block with an earlier equal short text.
+  CKString Intern(const char* sz);
+  TextCache* m_pCache;  // made on first use
 };
 
 #endif  // KELVOR_KXML_H
