@@ -2,7 +2,9 @@
 
 #include <base/tools/KXml.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include <base/classes/list/KList.h>
@@ -53,7 +55,86 @@ struct Frame {
 
 }  // namespace
 
+// ---------------------------------------------------------------- CKXmlNodePool
+// Every node carries one header in front of it naming its pool (null: the
+// heap). The pool hands out node-sized slots from blocks it keeps until it
+// dies, and takes freed slots back on a free list: a parsed tree costs no
+// heap call per element, and a new parse reuses the slots of the last one.
+namespace {
+struct alignas(16) NodeHeader {
+  CKXmlNodePool* pPool;
+};
+static_assert(sizeof(NodeHeader) == 16, "the header keeps nodes 16-byte aligned");
+}  // namespace
+
+class CKXmlNodePool {
+public:
+  CKXmlNodePool() : m_pFree(nullptr) {}
+  CKXmlNodePool(const CKXmlNodePool&) = delete;
+  CKXmlNodePool& operator=(const CKXmlNodePool&) = delete;
+  ~CKXmlNodePool() {
+    for (void* p : m_blocks) free(p);
+  }
+  // A slot of kSlot bytes, header first.
+  NodeHeader* Get() {
+    if (!m_pFree) Grow();
+    Free* p = m_pFree;
+    m_pFree = p->pNext;
+    return (NodeHeader*)p;
+  }
+  void Put(NodeHeader* h) {
+    Free* p = (Free*)h;
+    p->pNext = m_pFree;
+    m_pFree = p;
+  }
+  static const size_t kSlot = (sizeof(NodeHeader) + sizeof(CKXmlTreeNode) + 15) / 16 * 16;
+
+private:
+  struct Free {
+    Free* pNext;
+  };
+  void Grow() {
+    // Blocks double up to 4096 slots, so small documents stay small.
+    const size_t nSlots = m_blocks.empty() ? 64 : (m_nLast < 4096 ? m_nLast * 2 : 4096);
+    m_blocks.reserve(m_blocks.size() + 1);
+    char* b = (char*)malloc(nSlots * kSlot);
+    if (!b) throw std::bad_alloc();
+    m_blocks.push_back(b);
+    m_nLast = nSlots;
+    for (size_t i = nSlots; i-- > 0;) Put((NodeHeader*)(b + i * kSlot));
+  }
+  Free* m_pFree;
+  size_t m_nLast = 0;
+  std::vector<void*> m_blocks;
+};
+
 // ---------------------------------------------------------------- CKXmlTreeNode
+void* CKXmlTreeNode::operator new(size_t n) {
+  NodeHeader* h = (NodeHeader*)malloc(sizeof(NodeHeader) + n);
+  if (!h) throw std::bad_alloc();
+  h->pPool = nullptr;
+  return h + 1;
+}
+
+void* CKXmlTreeNode::operator new(size_t n, CKXmlNodePool* pPool) {
+  // A derived class is bigger than a slot: the heap then.
+  if (!pPool || sizeof(NodeHeader) + n > CKXmlNodePool::kSlot) return operator new(n);
+  NodeHeader* h = pPool->Get();
+  h->pPool = pPool;
+  return h + 1;
+}
+
+void CKXmlTreeNode::operator delete(void* p) {
+  if (!p) return;
+  NodeHeader* h = (NodeHeader*)p - 1;
+  if (h->pPool)
+    h->pPool->Put(h);
+  else
+    free(h);
+}
+
+void CKXmlTreeNode::operator delete(void* p, CKXmlNodePool*) { operator delete(p); }
+
 CKXmlTreeNode::CKXmlTreeNode() : m_nData(0), m_pFather(nullptr) { SmallSteps(); }
 
 CKXmlTreeNode::CKXmlTreeNode(const char* szName, const char* szValue)
@@ -179,21 +260,32 @@ int CKXmlTreeNode::RemoveChildAt(int i) {
 }
 
 void CKXmlTreeNode::RemoveAllChildNodes() {
-  // Detach whole levels first so that deleting a node never recurses.
-  std::vector<CKXmlTreeNode*> work;
+  // Last child first, down to the leaves: every node is deleted once its
+  // own children are gone, so no delete recurses, and the only stack is the
+  // path from this node, as long as the tree is deep.
+  std::vector<CKXmlTreeNode*> path;
+  CKXmlTreeNode* n = this;
   for (;;) {
-    for (int i = 0; i < m_Children.Count(); ++i) work.push_back(m_Children.Get(i));
-    m_Children.PileEmpty();
-    while (!work.empty()) {
-      CKXmlTreeNode* p = work.back();
-      work.pop_back();
-      if (!p) continue;
-      for (int i = 0; i < p->m_Children.Count(); ++i) work.push_back(p->m_Children.Get(i));
-      p->m_Children.PileEmpty();
-      delete p;
+    KPile& d = n->m_Children.data;
+    if (d.elts > 0 && d.ptr) {
+      CKXmlTreeNode* c = (CKXmlTreeNode*)d.ptr[--d.elts];
+      d.ptr[d.elts] = nullptr;
+      if (!c) continue;
+      if (c->m_Children.data.elts > 0) {
+        path.push_back(n);
+        n = c;
+      } else {
+        delete c;
+      }
+      continue;
     }
-    if (!m_Children.Count()) return;
+    if (n == this) break;
+    CKXmlTreeNode* pDone = n;
+    n = path.back();
+    path.pop_back();
+    delete pDone;
   }
+  m_Children.PileEmpty();
 }
 
 // ---------------------------------------------------------------- CKXmlTree
@@ -395,14 +487,18 @@ struct CKXmlParserDOM::TextCache {
   CKString slot[kSlots];
 };
 
-CKXmlParserDOM::CKXmlParserDOM() : m_pCache(nullptr) {}
-CKXmlParserDOM::~CKXmlParserDOM() { delete m_pCache; }
+CKXmlParserDOM::CKXmlParserDOM() : m_pCache(nullptr), m_pPool(nullptr) {}
+CKXmlParserDOM::~CKXmlParserDOM() {
+  // The parsed nodes go back to the pool before it goes.
+  m_Tree.RemoveAllChildNodes();
+  delete m_pPool;
+  delete m_pCache;
+}
 
-CKString CKXmlParserDOM::Intern(const char* sz) {
-  unsigned n = 0;
-  unsigned h = 2166136261u;
-  while (n <= TextCache::kMaxLength && sz[n]) h = (h ^ (unsigned char)sz[n++]) * 16777619u;
+CKString CKXmlParserDOM::Intern(const char* sz, unsigned n) {
   if (n > TextCache::kMaxLength) return CKString(sz);
+  unsigned h = 2166136261u;
+  for (unsigned i = 0; i < n; ++i) h = (h ^ (unsigned char)sz[i]) * 16777619u;
   if (!m_pCache) m_pCache = KMEM_TRY(new TextCache);
   CKString& s = m_pCache->slot[(h ^ (h >> 15)) & (TextCache::kSlots - 1)];
   if (s.GetLength() != n || memcmp(s.GetString(), sz, n) != 0) s = sz;
@@ -432,17 +528,22 @@ int CKXmlParserDOM::OnEnd() {
   return TRUE;
 }
 int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes) {
-  CKXmlTreeNode* p = KMEM_TRY(new CKXmlTreeNode);
+  if (!m_pPool) m_pPool = KMEM_TRY(new CKXmlNodePool);
+  CKXmlTreeNode* p = KMEM_TRY(new (m_pPool) CKXmlTreeNode);
   m_Tree.m_pCurrent->AddChildNode(p);
   m_Tree.m_pCurrent = p;
-  if (szName) p->m_strName = Intern(szName);
+  if (szName) p->m_strName = Intern(szName, (unsigned)strlen(szName));
   const int n = pAttributes ? pAttributes->Count() : 0;
   if (!n) return TRUE;
   // Arrays of exactly the attributes' size.
   p->m_ListParam.data.step = p->m_ListValue.data.step = n;
-  const CKList& names = pAttributes->GetParamList();
-  const CKList& values = pAttributes->GetValueList();
-  for (int i = 0; i < n; ++i) p->AddParamShared(Intern(names.Get(i)), Intern(values.Get(i)));
+  void* const* names = pAttributes->GetParamList().data.ptr;
+  void* const* values = pAttributes->GetValueList().data.ptr;
+  for (int i = 0; i < n; ++i) {
+    const CKString* a = (const CKString*)names[i];
+    const CKString* v = (const CKString*)values[i];
+    p->AddParamShared(a ? Intern(*a) : CKString(), v ? Intern(*v) : CKString());
+  }
   return TRUE;
 }
 int CKXmlParserDOM::OnEndTag(const char*) {
@@ -455,10 +556,12 @@ int CKXmlParserDOM::OnValue(const char* szText) {
 }
 int CKXmlParserDOM::OnText(const char* szText) {
   CKString& s = m_Tree.m_pCurrent->m_strValue;
+  if (!szText) return TRUE;
+  const unsigned n = (unsigned)strlen(szText);
   if (!s.GetLength())
-    s = Intern(szText ? szText : "");
-  else if (szText)
-    s += szText;
+    s = Intern(szText, n);
+  else
+    s.KConcatInPlace(n, szText);
   return TRUE;
 }
 int CKXmlParserDOM::OnProcInstr(const char*, CKListParamValue*) { return TRUE; }

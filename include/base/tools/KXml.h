@@ -19,7 +19,10 @@
 #include <base/tools/KString.h>
 #include <base/tools/KXmlParser.h>
 
+#include <cstddef>
+
 class CKXmlTreeNode;
+class CKXmlNodePool;  // the builder's node store (src/KXml)
 typedef CKPtrListOwned<CKXmlTreeNode> CKXmlTreeNodeList;
 
 // ---------------------------------------------------------------- CKXmlTreeNode
@@ -33,6 +36,14 @@ public:
   CKXmlTreeNode& operator=(const CKXmlTreeNode&) = delete;
   // Deletes the subtree without recursing, so any depth is safe.
   ~CKXmlTreeNode() override;
+
+  // A node comes from the heap, or from a builder's pool (the second form);
+  // delete gives it back to where it came from, so callers own and delete
+  // every node the same way.
+  static void* operator new(size_t n);
+  static void* operator new(size_t n, CKXmlNodePool* pPool);
+  static void operator delete(void* p);
+  static void operator delete(void* p, CKXmlNodePool* pPool);
 
   using CKListParamValue::GetValue;
   CKString GetName() const { return m_strName; }
@@ -162,9 +173,12 @@ protected:
 
 private:
   struct TextCache;
-  // sz as a string that shares its block with an earlier equal short text.
-  CKString Intern(const char* sz);
-  TextCache* m_pCache;  // made on first use
+  // The n bytes at sz (sz[n] is 0) as a string that shares its block with
+  // an earlier equal short text.
+  CKString Intern(const char* sz, unsigned n);
+  CKString Intern(const CKString& s) { return Intern(s.GetString(), s.GetLength()); }
+  TextCache* m_pCache;     // made on first use
+  CKXmlNodePool* m_pPool;  // the parsed nodes; made on first use
 };
 
 #endif  // KELVOR_KXML_H
