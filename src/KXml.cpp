@@ -11,6 +11,7 @@
 #include <base/tools/KDebug.h>
 
 #include "KAlloc.h"
+#include "KXmlNodePool.h"
 
 namespace {
 
@@ -55,62 +56,9 @@ struct Frame {
 
 }  // namespace
 
-// ---------------------------------------------------------------- CKXmlNodePool
-// Every node carries one header in front of it naming its pool (null: the
-// heap). The pool hands out node-sized slots from blocks it keeps until it
-// dies, and takes freed slots back on a free list: a parsed tree costs no
-// heap call per element, and a new parse reuses the slots of the last one.
-namespace {
-struct alignas(16) NodeHeader {
-  CKXmlNodePool* pPool;
-};
-static_assert(sizeof(NodeHeader) == 16, "the header keeps nodes 16-byte aligned");
-}  // namespace
-
-class CKXmlNodePool {
-public:
-  CKXmlNodePool() : m_pFree(nullptr) {}
-  CKXmlNodePool(const CKXmlNodePool&) = delete;
-  CKXmlNodePool& operator=(const CKXmlNodePool&) = delete;
-  ~CKXmlNodePool() {
-    for (void* p : m_blocks) free(p);
-  }
-  // A slot of kSlot bytes, header first.
-  NodeHeader* Get() {
-    if (!m_pFree) Grow();
-    Free* p = m_pFree;
-    m_pFree = p->pNext;
-    return (NodeHeader*)p;
-  }
-  void Put(NodeHeader* h) {
-    Free* p = (Free*)h;
-    p->pNext = m_pFree;
-    m_pFree = p;
-  }
-  static const size_t kSlot = (sizeof(NodeHeader) + sizeof(CKXmlTreeNode) + 15) / 16 * 16;
-
-private:
-  struct Free {
-    Free* pNext;
-  };
-  void Grow() {
-    // Blocks double up to 4096 slots, so small documents stay small.
-    const size_t nSlots = m_blocks.empty() ? 64 : (m_nLast < 4096 ? m_nLast * 2 : 4096);
-    m_blocks.reserve(m_blocks.size() + 1);
-    char* b = (char*)malloc(nSlots * kSlot);
-    if (!b) throw std::bad_alloc();
-    m_blocks.push_back(b);
-    m_nLast = nSlots;
-    for (size_t i = nSlots; i-- > 0;) Put((NodeHeader*)(b + i * kSlot));
-  }
-  Free* m_pFree;
-  size_t m_nLast = 0;
-  std::vector<void*> m_blocks;
-};
-
 // ---------------------------------------------------------------- CKXmlTreeNode
 void* CKXmlTreeNode::operator new(size_t n) {
-  NodeHeader* h = (NodeHeader*)malloc(sizeof(NodeHeader) + n);
+  KXmlNodeHeader* h = (KXmlNodeHeader*)malloc(sizeof(KXmlNodeHeader) + n);
   if (!h) throw std::bad_alloc();
   h->pPool = nullptr;
   return h + 1;
@@ -118,15 +66,15 @@ void* CKXmlTreeNode::operator new(size_t n) {
 
 void* CKXmlTreeNode::operator new(size_t n, CKXmlNodePool* pPool) {
   // A derived class is bigger than a slot: the heap then.
-  if (!pPool || sizeof(NodeHeader) + n > CKXmlNodePool::kSlot) return operator new(n);
-  NodeHeader* h = pPool->Get();
+  if (!pPool || sizeof(KXmlNodeHeader) + n > CKXmlNodePool::kSlot) return operator new(n);
+  KXmlNodeHeader* h = pPool->Get();
   h->pPool = pPool;
   return h + 1;
 }
 
 void CKXmlTreeNode::operator delete(void* p) {
   if (!p) return;
-  NodeHeader* h = (NodeHeader*)p - 1;
+  KXmlNodeHeader* h = (KXmlNodeHeader*)p - 1;
   if (h->pPool)
     h->pPool->Put(h);
   else
@@ -139,6 +87,11 @@ CKXmlTreeNode::CKXmlTreeNode() : m_nData(0), m_pFather(nullptr) { SmallSteps(); 
 
 CKXmlTreeNode::CKXmlTreeNode(const char* szName, const char* szValue)
     : m_nData(0), m_pFather(nullptr), m_strName(szName ? szName : ""), m_strValue(szValue ? szValue : "") {
+  SmallSteps();
+}
+
+CKXmlTreeNode::CKXmlTreeNode(const CKString& strName, const CKString& strValue)
+    : m_nData(0), m_pFather(nullptr), m_strName(strName), m_strValue(strValue) {
   SmallSteps();
 }
 
@@ -403,6 +356,11 @@ void CKXmlTree::Init() {
 
 CKString CKXmlTree::GetXmlString() const {
   CKString s;
+  AppendXmlString(s);
+  return s;
+}
+
+void CKXmlTree::AppendXmlString(CKString& s) const {
   std::vector<Frame> stack;
   stack.push_back({m_pCurrent, -1});
   while (!stack.empty()) {
@@ -437,7 +395,6 @@ CKString CKXmlTree::GetXmlString() const {
     }
     stack.pop_back();
   }
-  return s;
 }
 
 CKString CKXmlTree::GetStringDescription(const char* szPrefix) const {
@@ -509,7 +466,7 @@ CKString CKXmlParserDOM::GetXmlString() {
   CKString s("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n");
   m_Tree.SetRootAsCurrentNode();
   if (m_Tree.GetChildrenCount()) m_Tree.SetChildAsCurrentNode(0);
-  Put(s, m_Tree.GetXmlString());
+  m_Tree.AppendXmlString(s);
   return s;
 }
 

@@ -30,6 +30,8 @@ class KELVOR_API CKXmlTreeNode : public CKListParamValue {
 public:
   CKXmlTreeNode();
   CKXmlTreeNode(const char* szName, const char* szValue = nullptr);
+  // Shares the two texts' blocks instead of copying them.
+  CKXmlTreeNode(const CKString& strName, const CKString& strValue);
   // Copies the attributes, name, value and the whole subtree (the copy's
   // father is null).
   CKXmlTreeNode(const CKXmlTreeNode& n);
@@ -139,6 +141,8 @@ public:
 
   void Init();
   CKString GetXmlString() const;
+  // Appends to s what GetXmlString() returns, without a copy of the text.
+  void AppendXmlString(CKString& s) const;
   CKString GetStringDescription(const char* szPrefix) const;
 
 protected:
