@@ -186,6 +186,7 @@ struct CKXmlParser::Impl {
   const char* m_pEnd = nullptr;
   const char* m_pRefAt = nullptr;  // outermost entity reference being expanded
   bool m_bUtf8 = true;
+  bool m_bFromUtf16 = false;     // the text parsed is m_utf16 transcoded
   bool m_bSeenRoot = false;
   bool m_bSeenDoctype = false;
   bool m_bUnknownDecls = false;  // entities may be declared where the parser does not read
@@ -196,6 +197,7 @@ struct CKXmlParser::Impl {
   size_t m_nExpanded = 0;
   size_t m_nExpandLimit = 0;
   Buf m_text, m_name, m_value, m_attName, m_stack, m_pi;
+  Buf m_utf16;  // a UTF-16 document as UTF-8, read by the UTF-8 path
   std::vector<size_t> m_open;  // start of each open element's name in m_stack
   std::vector<Entity> m_entities;
   std::vector<AttDef> m_attDefs;
@@ -765,9 +767,12 @@ struct CKXmlParser::Impl {
     m_bStandalone = m_attrs.GetValue("standalone") == "yes";
     const CKString strEnc = m_attrs.GetValue("encoding");
     if (strEnc.GetLength()) {
-      if (!strEnc.CompareNoCase("UTF-16") || !strEnc.CompareNoCase("UTF16"))
-        Fail(KXML_ERR_ENCODING, pAt, "UTF-16 documents are not supported");
-      m_bUtf8 = !strEnc.CompareNoCase("UTF-8") || !strEnc.CompareNoCase("UTF8");
+      const bool bUtf16 = !strEnc.CompareNoCase("UTF-16") || !strEnc.CompareNoCase("UTF16") ||
+                          !strEnc.CompareNoCase("UTF-16LE") || !strEnc.CompareNoCase("UTF-16BE");
+      if (bUtf16 != m_bFromUtf16)
+        Fail(KXML_ERR_ENCODING, pAt,
+             bUtf16 ? "UTF-16 declared, but the text is not UTF-16" : "a UTF-16 text declares another encoding");
+      m_bUtf8 = bUtf16 || !strEnc.CompareNoCase("UTF-8") || !strEnc.CompareNoCase("UTF8");
     }
     p = q + 2;
     Check(m_parser.OnProcInstr("xml", &m_attrs), p);
@@ -1172,14 +1177,55 @@ struct CKXmlParser::Impl {
     Flush();
   }
 
+  // A UTF-16 text (byte-order mark, or "<?" in either byte order) becomes
+  // UTF-8 in m_utf16, and [p, pEnd) points at it; false for other texts.
+  bool FromUtf16(const char*& p, const char*& pEnd) {
+    const unsigned char* u = (const unsigned char*)p;
+    size_t n = (size_t)(pEnd - p);
+    bool bBig;
+    if (n >= 2 && u[0] == 0xFE && u[1] == 0xFF) {
+      bBig = true, u += 2, n -= 2;
+    } else if (n >= 2 && u[0] == 0xFF && u[1] == 0xFE) {
+      bBig = false, u += 2, n -= 2;
+    } else if (n >= 4 && !u[0] && u[1] == '<' && !u[2] && u[3] == '?') {
+      bBig = true;
+    } else if (n >= 4 && u[0] == '<' && !u[1] && u[2] == '?' && !u[3]) {
+      bBig = false;
+    } else {
+      return false;
+    }
+    if (n % 2) Fail(KXML_ERR_ENCODING, pEnd, "UTF-16 text of odd length");
+    m_utf16.Clear();
+    m_bUtf8 = true;  // PutChar writes UTF-8
+    for (size_t i = 0; i < n; i += 2) {
+      unsigned long c = bBig ? (unsigned long)(u[i] << 8 | u[i + 1]) : (unsigned long)(u[i + 1] << 8 | u[i]);
+      if (c >= 0xDC00 && c <= 0xDFFF) Fail(KXML_ERR_ENCODING, (const char*)u + i, "lone UTF-16 surrogate");
+      if (c >= 0xD800 && c <= 0xDBFF) {
+        const unsigned long d = i + 3 < n ? (bBig ? (unsigned long)(u[i + 2] << 8 | u[i + 3])
+                                                  : (unsigned long)(u[i + 3] << 8 | u[i + 2]))
+                                          : 0;
+        if (d < 0xDC00 || d > 0xDFFF) Fail(KXML_ERR_ENCODING, (const char*)u + i, "lone UTF-16 surrogate");
+        c = 0x10000 + ((c - 0xD800) << 10) + (d - 0xDC00);
+        i += 2;
+      }
+      PutChar(c, m_utf16, true);
+    }
+    m_bFromUtf16 = true;
+    p = m_utf16.Size() ? m_utf16.Data() : "";
+    pEnd = p + m_utf16.Size();
+    return true;
+  }
+
   void Document(const char* p, const char* pEnd) {
     m_pBegin = p;
     m_pEnd = pEnd;
     m_nExpandLimit = (size_t)(pEnd - p) * 8 + (1u << 20);
-    if (pEnd - p >= 2 && (((unsigned char)p[0] == 0xFE && (unsigned char)p[1] == 0xFF) ||
-                          ((unsigned char)p[0] == 0xFF && (unsigned char)p[1] == 0xFE)))
-      Fail(KXML_ERR_ENCODING, p, "UTF-16 documents are not supported");
-    if (At(p, pEnd, "\xEF\xBB\xBF", 3)) p += 3;
+    if (FromUtf16(p, pEnd)) {
+      m_pBegin = p;
+      m_pEnd = pEnd;
+    } else if (At(p, pEnd, "\xEF\xBB\xBF", 3)) {
+      p += 3;
+    }
     if (At(p, pEnd, "<?xml", 5) && pEnd - p > 5 && IsBlank(p[5])) XmlDecl(p, pEnd);
     Content(p, pEnd, 0);
     if (!m_open.empty()) {
