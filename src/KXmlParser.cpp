@@ -12,6 +12,8 @@
 #include <base/tools/KException.h>
 #include <base/tools/KStr.h>
 
+#include "KXmlNames.h"
+
 namespace {
 
 // Byte classes. Text scanning stops only at bytes with a non-zero class.
@@ -284,19 +286,30 @@ struct CKXmlParser::Impl {
     ++p;
   }
 
-  // A name into b (converted to 8-bit); fails when none starts at p.
+  // A name into b (converted to 8-bit); fails when none starts at p. In a
+  // UTF-8 text, characters above U+007F must belong to the name classes; a
+  // single-byte text's bytes are taken as they are.
   void Name(const char*& p, const char* pEnd, Buf& b) {
     b.Clear();
     if (p >= pEnd) Fail(KXML_ERR_UNCLOSED, p, "unexpected end of input");
     if (g_tab.name[(unsigned char)*p] != 1) Fail(KXML_ERR_SYNTAX, p, "name expected");
+    const char* pStart = p;
     for (;;) {
       const char* s = p;
       while (p < pEnd && g_tab.name[(unsigned char)*p] && (unsigned char)*p < 0x80) ++p;
       b.Append(s, (size_t)(p - s));
-      if (p < pEnd && (unsigned char)*p >= 0x80)
-        p += High(p, pEnd, b);
-      else
-        return;
+      if (p >= pEnd || (unsigned char)*p < 0x80) return;
+      if (!m_bUtf8) {
+        b.Push(*p++);
+        continue;
+      }
+      unsigned long cp;
+      const int n = DecodeUtf8((const unsigned char*)p, (const unsigned char*)pEnd, cp);
+      if (!n) Fail(KXML_ERR_ENCODING, p, "malformed UTF-8");
+      if (kxml::NameClass(cp) != 1 && (p == pStart || !kxml::NameClass(cp)))
+        Fail(KXML_ERR_CHAR, p, "character not allowed in a name");
+      b.Push(cp <= 0xFF ? (char)cp : '?');
+      p += n;
     }
   }
   // Length of the name at p, without reading it (0 when none).
