@@ -175,6 +175,11 @@ private:
   std::vector<CKString*> m_spare;
 };
 
+// A notation declared in the internal subset; an absent identifier is empty.
+struct Notation {
+  std::string strName, strPublic, strSystem;
+};
+
 // Thrown once the error is recorded; caught by Parse.
 struct KXmlStop {};
 
@@ -202,6 +207,7 @@ struct CKXmlParser::Impl {
   Buf m_utf16;  // a UTF-16 document as UTF-8, read by the UTF-8 path
   std::vector<size_t> m_open;  // start of each open element's name in m_stack
   std::vector<Entity> m_entities;
+  std::vector<Notation> m_notations;
   std::vector<AttDef> m_attDefs;
   bool m_bInDtd = false;     // no text tolerance in declarations
   bool m_bSkipDecls = false;  // after an unread parameter entity: declarations not processed
@@ -810,26 +816,34 @@ struct CKXmlParser::Impl {
 
   // ------------------------------------------------------------ DOCTYPE
   // A quoted literal; p moves past it.
-  void Literal(const char*& p, const char* pEnd) {
+  // A quoted literal; its text (8-bit) into *pText when asked.
+  void Literal(const char*& p, const char* pEnd, std::string* pText = nullptr) {
     if (p >= pEnd || (*p != '"' && *p != '\'')) Fail(KXML_ERR_SYNTAX, p, "quoted literal expected");
     const char* e = (const char*)memchr(p + 1, *p, (size_t)(pEnd - p - 1));
     if (!e) Fail(KXML_ERR_UNCLOSED, p, "unterminated literal");
-    Body(p + 1, e, nullptr);
+    if (pText) {
+      m_value.Clear();
+      Body(p + 1, e, &m_value);
+      pText->assign(m_value.Data() ? m_value.Data() : "", m_value.Size());
+    } else {
+      Body(p + 1, e, nullptr);
+    }
     p = e + 1;
   }
   // SYSTEM "uri" or PUBLIC "id" "uri"; false when neither keyword is there.
-  bool ExternalId(const char*& p, const char* pEnd, bool bPublicOnly = false) {
+  // pNotation (when given) receives the identifiers.
+  bool ExternalId(const char*& p, const char* pEnd, bool bPublicOnly = false, Notation* pNotation = nullptr) {
     if (At(p, pEnd, "SYSTEM", 6)) {
       p += 6;
       NeedBlank(p, pEnd);
-      Literal(p, pEnd);
+      Literal(p, pEnd, pNotation ? &pNotation->strSystem : nullptr);
       return true;
     }
     if (At(p, pEnd, "PUBLIC", 6)) {
       p += 6;
       NeedBlank(p, pEnd);
       const char* s = p;
-      Literal(p, pEnd);
+      Literal(p, pEnd, pNotation ? &pNotation->strPublic : nullptr);
       for (const char* c = s + 1; c < p - 1; ++c)
         if (!strchr(" \r\nabcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-'()+,./:=?;!*#@$_%", *c))
           Fail(KXML_ERR_CHAR, c, "character not allowed in a public identifier");
@@ -838,7 +852,7 @@ struct CKXmlParser::Impl {
         if (q >= pEnd || (*q != '"' && *q != '\'')) return true;
       }
       NeedBlank(p, pEnd);
-      Literal(p, pEnd);
+      Literal(p, pEnd, pNotation ? &pNotation->strSystem : nullptr);
       return true;
     }
     return false;
@@ -1066,10 +1080,17 @@ struct CKXmlParser::Impl {
     p += 10;
     NeedBlank(p, pEnd);
     Name(p, pEnd, m_name);
+    Notation n;
+    n.strName.assign(m_name.Data(), m_name.Size());
     NeedBlank(p, pEnd);
-    if (!ExternalId(p, pEnd, true)) Fail(KXML_ERR_SYNTAX, p, "external or public identifier expected");
+    if (!ExternalId(p, pEnd, true, &n)) Fail(KXML_ERR_SYNTAX, p, "external or public identifier expected");
     p = SkipBlanks(p, pEnd);
     Expect(p, pEnd, '>', "'>' expected at the end of the notation declaration");
+    // Kept for the caller, in declaration order; a name declared twice keeps
+    // its first declaration.
+    for (const Notation& o : m_notations)
+      if (o.strName == n.strName) return;
+    m_notations.push_back(std::move(n));
   }
 
   void EntityDecl(const char*& p, const char* pEnd) {
@@ -1293,6 +1314,20 @@ void CKXmlParser::ResetParser() {
   m_nError = KXML_OK;
   m_nErrorLine = m_nErrorColumn = 0;
   m_strError.Empty();
+}
+
+int CKXmlParser::GetNotationCount() const { return m_pImpl ? (int)m_pImpl->m_notations.size() : 0; }
+
+int CKXmlParser::GetNotation(int i, CKString& strName, CKString& strPublicId, CKString& strSystemId) const {
+  strName.Empty();
+  strPublicId.Empty();
+  strSystemId.Empty();
+  if (i < 0 || i >= GetNotationCount()) return FALSE;
+  const Notation& n = m_pImpl->m_notations[(size_t)i];
+  strName = n.strName.c_str();
+  strPublicId = n.strPublic.c_str();
+  strSystemId = n.strSystem.c_str();
+  return TRUE;
 }
 
 const char* CKXmlParser::GetProcInstrData() const { return m_pImpl ? m_pImpl->m_pi.CStr() : ""; }
