@@ -496,9 +496,10 @@ int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes
   p->m_ListParam.data.step = p->m_ListValue.data.step = n;
   void* const* names = pAttributes->GetParamList().data.ptr;
   void* const* values = pAttributes->GetValueList().data.ptr;
+  const int nValues = pAttributes->GetValueList().Count();
   for (int i = 0; i < n; ++i) {
     const CKString* a = (const CKString*)names[i];
-    const CKString* v = (const CKString*)values[i];
+    const CKString* v = i < nValues ? (const CKString*)values[i] : nullptr;
     p->AddParamShared(a ? Intern(*a) : CKString(), v ? Intern(*v) : CKString());
   }
   return TRUE;

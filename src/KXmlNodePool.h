@@ -12,10 +12,12 @@
 // heap). The pool hands out node-sized slots from blocks it keeps until it
 // dies, and takes freed slots back on a free list: a parsed tree costs no
 // heap call per element, and a new parse reuses the slots of the last one.
-struct alignas(16) KXmlNodeHeader {
+// 16 bytes, so a node keeps the alignment of the block it lies in.
+struct KXmlNodeHeader {
   CKXmlNodePool* pPool;
+  char pad[16 - sizeof(CKXmlNodePool*)];
 };
-static_assert(sizeof(KXmlNodeHeader) == 16, "the header keeps nodes 16-byte aligned");
+static_assert(sizeof(KXmlNodeHeader) == 16, "the header keeps the block's alignment");
 
 class CKXmlNodePool {
 public:
