@@ -123,6 +123,11 @@ CKString Encoded(CWriteScope* w, const CKString& s) {
   return r;
 }
 
+// The decoded form of s; s itself (its block shared) when it holds no tag.
+CKString Decoded(const CKString& s) {
+  return strstr(s.GetString(), "XMLOBJ_TAG") ? CKObj::XmlDecode(s) : s;
+}
+
 // Appends the element (name, text) under the tree's current node.
 CKXmlTreeNode* AddElement(CKXmlTree* pTree, CWriteScope* w, const CKString& strName, const CKString& strValue) {
   if (!w) return pTree->AddChild(strName, strValue);
@@ -196,12 +201,22 @@ void CKObj::WriteXmlMember(CKXmlTree* pTree, const char* szName, const char* szV
 
 int CKObj::ReadXmlMember(CKXmlTree* pTree, const char* szName, CKString& strValue) {
   strValue.Empty();
-  CKXmlTreeNode* p = pTree->Child(KAnd(kMember, XmlEncode(szName)));
+  // The element name in a stack buffer when it needs no escape and fits.
+  char buf[64];
+  const size_t n = szName ? strlen(szName) : 0;
+  CKXmlTreeNode* p;
+  if (n + sizeof(kMember) <= sizeof(buf) && !szName[strcspn(szName, "=&$<>")]) {
+    memcpy(buf, kMember, sizeof(kMember) - 1);
+    memcpy(buf + sizeof(kMember) - 1, szName, n + 1);
+    p = pTree->Child(buf);
+  } else {
+    p = pTree->Child(KAnd(kMember, XmlEncode(szName)));
+  }
   if (!p) {
     KLog(10, "ERROR (1) => CKObj.ReadXmlMember(): Requested member not found (", szName, ")");
     return FALSE;
   }
-  strValue = XmlDecode(p->GetValue());
+  strValue = Decoded(p->GetValue());
   return TRUE;
 }
 
@@ -366,8 +381,8 @@ int CKObj::FromXml(CKXmlTree* pTree) {
   PropFree();
   if ((pNode = pTree->Child("XMLOBJ_PROPS")) != nullptr) {
     for (int i = 0; i < pNode->GetChildrenCount(); i++) {
-      CKString strName = XmlDecode(pNode->GetChildName(i));
-      CKString strValue = XmlDecode(pNode->GetChildValue(i));
+      CKString strName = Decoded(pNode->GetChildName(i));
+      CKString strValue = Decoded(pNode->GetChildValue(i));
       if (OnReadXmlProp(strName, strValue)) PropAdd(strName, strValue, FALSE);
     }
   }

@@ -285,12 +285,20 @@ int CKXmlTree::SetChildAsCurrentNode(const char* szName) {
 }
 
 CKXmlTreeNode* CKXmlTree::Child(const char* szName) const {
-  const CKString strName = UpperAscii(szName);
+  // The upper-cased name in a stack buffer when it fits.
+  char buf[128];
+  const size_t n = szName ? strlen(szName) : 0;
+  CKString strLong;
+  const char* szUp = buf;
+  if (n < sizeof(buf)) {
+    for (size_t i = 0; i < n; ++i) buf[i] = (szName[i] >= 'a' && szName[i] <= 'z') ? (char)(szName[i] - 32) : szName[i];
+  } else {
+    strLong = UpperAscii(szName);
+    szUp = strLong.GetString();
+  }
   for (int i = 0; i < m_pCurrent->m_Children.Count(); ++i) {
     CKXmlTreeNode* c = m_pCurrent->m_Children.Get(i);
-    if (c && c->m_strName.GetLength() == strName.GetLength() &&
-        !memcmp(c->m_strName.GetString(), strName.GetString(), strName.GetLength()))
-      return c;
+    if (c && c->m_strName.GetLength() == n && !memcmp(c->m_strName.GetString(), szUp, n)) return c;
   }
   return nullptr;
 }
