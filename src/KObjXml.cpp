@@ -79,8 +79,8 @@ private:
 
 CWriteScope* ScopeOf(CKXmlTree* pTree) { return t_pWrite && t_pWrite->pTree == pTree ? t_pWrite : nullptr; }
 
-// The n bytes at p as a string; a short one shares the block of the last
-// equal text of the scope.
+// The n bytes at p (p[n] is 0) as a string; a short one shares the block of
+// the last equal text of the scope.
 CKString Shared(CWriteScope* w, const char* p, unsigned n) {
   if (!w || n > CWriteScope::kMaxLength) {
     CKString s;
@@ -95,13 +95,14 @@ CKString Shared(CWriteScope* w, const char* p, unsigned n) {
   static_assert(CWriteScope::kSlots == 256, "the top byte of the hash picks the slot");
   CKString& s = w->texts[(unsigned)(h >> 56)];
   if (s.GetLength() != n || memcmp(s.GetString(), p, n) != 0) {
-    s.Empty();
-    s.KConcatInPlace(n, p);
+    CKString t;  // p may lie in the block s lets go of
+    t.KConcatInPlace(n, p);
+    s = t;
   }
   return s;
 }
 
-// Appends prefix + the escaped sz to s.
+// Appends the escaped form of sz to s.
 void PutEncoded(CKString& s, const char* sz) {
   for (const char* p = sz; *p;) {
     const size_t nPlain = strcspn(p, "=&$<>");
@@ -190,7 +191,7 @@ void CKObj::WriteXmlMember(CKXmlTree* pTree, const char* szName, const char* szV
   const unsigned nName = strName.GetLength();
   if (w && nName + sizeof(kMember) <= sizeof(buf) && !strName.GetString()[strcspn(strName, "=&$<>")]) {
     memcpy(buf, kMember, sizeof(kMember) - 1);
-    memcpy(buf + sizeof(kMember) - 1, strName.GetString(), nName);
+    memcpy(buf + sizeof(kMember) - 1, strName.GetString(), nName + 1);
     AddElement(pTree, w, Shared(w, buf, (unsigned)(sizeof(kMember) - 1 + nName)), Encoded(w, strValue));
     return;
   }
