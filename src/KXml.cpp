@@ -2,6 +2,7 @@
 
 #include <base/tools/KXml.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -342,41 +343,73 @@ CKString CKXmlTree::GetXmlString() const {
   return s;
 }
 
-void CKXmlTree::AppendXmlString(CKString& s) const {
+namespace {
+
+// The text of the subtree at pTop, piece by piece, in document order.
+template <class Emit>
+void Render(const CKXmlTreeNode* pTop, Emit&& emit) {
+  auto str = [&](const CKString* p) {
+    if (p) emit(p->GetString(), p->GetLength());
+  };
   std::vector<Frame> stack;
-  stack.push_back({m_pCurrent, -1});
+  stack.push_back({pTop, -1});
   while (!stack.empty()) {
     Frame& f = stack.back();
     const CKXmlTreeNode* n = f.pNode;
-    const bool bNamed = n->m_strName.GetLength() != 0;
+    const CKString& name = n->GetNameRef();
+    const bool bNamed = name.GetLength() != 0;
     if (f.nNext < 0) {
       f.nNext = 0;
       if (bNamed) {
-        Put(s, "\r\n<");
-        Put(s, n->m_strName);
-        for (int i = 0; i < n->Count(); ++i) {
-          Put(s, " ");
-          Put(s, n->GetParam(i));
-          Put(s, "=\"");
-          Put(s, n->CKListParamValue::GetValue(i));
-          Put(s, "\" ");
+        emit("\r\n<", 3);
+        str(&name);
+        const KPile& names = n->GetParamList().data;
+        const KPile& values = n->GetValueList().data;
+        for (int i = 0; i < names.elts; ++i) {
+          emit(" ", 1);
+          str((const CKString*)names.ptr[i]);
+          emit("=\"", 2);
+          if (i < values.elts) str((const CKString*)values.ptr[i]);
+          emit("\" ", 2);
         }
-        Put(s, ">");
-        Put(s, n->m_strValue);
+        emit(">", 1);
+        str(&n->GetValueRef());
       }
     }
-    if (f.nNext < n->m_Children.Count()) {
-      const CKXmlTreeNode* c = n->m_Children.Get(f.nNext++);
+    if (f.nNext < n->GetChildrenCount()) {
+      const CKXmlTreeNode* c = n->GetChildAt(f.nNext++);
       if (c) stack.push_back({c, -1});
       continue;
     }
     if (bNamed) {
-      Put(s, "</");
-      Put(s, n->m_strName);
-      Put(s, ">\r\n");
+      emit("</", 2);
+      str(&name);
+      emit(">\r\n", 3);
     }
     stack.pop_back();
   }
+}
+
+}  // namespace
+
+void CKXmlTree::AppendXmlString(CKString& s) const {
+  // Measured first, then written into one block of the exact size.
+  uint64_t nAdd = 0;
+  Render(m_pCurrent, [&](const char*, size_t n) { nAdd += n; });
+  const uint64_t nOld = s.GetLength();
+  if (!nAdd) return;
+  if (nOld + nAdd >= 0x7FFFFFFF) {
+    // Past what a string holds: the appends refuse it as they always did.
+    Render(m_pCurrent, [&](const char* p, size_t n) { s.KConcatInPlace((unsigned)n, p); });
+    return;
+  }
+  char* const pBase = s.GetBuffer((unsigned)(nOld + nAdd));
+  char* q = pBase + nOld;
+  Render(m_pCurrent, [&](const char* p, size_t n) {
+    memcpy(q, p, n);
+    q += n;
+  });
+  s.ReleaseBuffer((unsigned)(q - pBase));
 }
 
 CKString CKXmlTree::GetStringDescription(const char* szPrefix) const {

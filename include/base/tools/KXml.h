@@ -50,6 +50,8 @@ public:
   using CKListParamValue::GetValue;
   CKString GetName() const { return m_strName; }
   CKString GetValue() const { return m_strValue; }
+  const CKString& GetNameRef() const { return m_strName; }
+  const CKString& GetValueRef() const { return m_strValue; }
   void SetName(const char* szName) { m_strName = szName; }
   void SetValue(const char* szValue) { m_strValue = szValue; }
   CKXmlTreeNode* GetFather() const { return m_pFather; }
