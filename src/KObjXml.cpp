@@ -4,6 +4,7 @@
 
 #include <misc/KObj.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -11,6 +12,8 @@
 #include <base/tools/KStr.h>
 #include <base/tools/KXml.h>
 
+#include "KAlloc.h"
+#include "KXmlNodePool.h"
 #include "platform/KPlatformFile.h"
 
 namespace {
@@ -45,14 +48,62 @@ private:
   CKXmlTreeNode* m_pNode;
 };
 
-}  // namespace
+// What one ToXmlString shares among the elements it writes: a node pool and
+// the texts that repeat (element names, marks, small numbers). Only the
+// library's own additions to that tree use them; nodes a hook adds come from
+// the heap. Nested writes (a hook writing another object) stack.
+struct CWriteScope {
+  CKXmlTree* pTree = nullptr;
+  CWriteScope* pPrev = nullptr;
+  CKXmlNodePool pool;
+  static const unsigned kSlots = 256;
+  static const unsigned kMaxLength = 40;
+  CKString texts[kSlots];
+};
+thread_local CWriteScope* t_pWrite = nullptr;
 
-// One pass each way. The tag words hold none of the five characters and
-// cannot overlap, so this gives what replacing them one kind after the other
-// gives.
-CKString CKObj::XmlEncode(const char* sz) {
-  if (!sz || !sz[strcspn(sz, "=&$<>")]) return CKString(sz);
-  CKString s;
+class CWriteGuard {
+public:
+  CWriteGuard(CWriteScope& w, CKXmlTree* pTree) : m_w(w) {
+    w.pTree = pTree;
+    w.pPrev = t_pWrite;
+    t_pWrite = &w;
+  }
+  ~CWriteGuard() { t_pWrite = m_w.pPrev; }
+  CWriteGuard(const CWriteGuard&) = delete;
+  CWriteGuard& operator=(const CWriteGuard&) = delete;
+
+private:
+  CWriteScope& m_w;
+};
+
+CWriteScope* ScopeOf(CKXmlTree* pTree) { return t_pWrite && t_pWrite->pTree == pTree ? t_pWrite : nullptr; }
+
+// The n bytes at p (p[n] is 0) as a string; a short one shares the block of
+// the last equal text of the scope.
+CKString Shared(CWriteScope* w, const char* p, unsigned n) {
+  if (!w || n > CWriteScope::kMaxLength) {
+    CKString s;
+    s.KConcatInPlace(n, p);
+    return s;
+  }
+  // The length and the first and last eight bytes pick the slot.
+  uint64_t a = 0, b = 0;
+  memcpy(&a, p, n < 8 ? n : 8);
+  if (n > 8) memcpy(&b, p + n - 8, 8);
+  const uint64_t h = (a * 0x9E3779B97F4A7C15ull) ^ (b * 0xC2B2AE3D27D4EB4Full) ^ n;
+  static_assert(CWriteScope::kSlots == 256, "the top byte of the hash picks the slot");
+  CKString& s = w->texts[(unsigned)(h >> 56)];
+  if (s.GetLength() != n || memcmp(s.GetString(), p, n) != 0) {
+    CKString t;  // p may lie in the block s lets go of
+    t.KConcatInPlace(n, p);
+    s = t;
+  }
+  return s;
+}
+
+// Appends the escaped form of sz to s.
+void PutEncoded(CKString& s, const char* sz) {
   for (const char* p = sz; *p;) {
     const size_t nPlain = strcspn(p, "=&$<>");
     s.KConcatInPlace((unsigned)nPlain, p);
@@ -62,6 +113,42 @@ CKString CKObj::XmlEncode(const char* sz) {
       if (t.c == *p) s.KConcatInPlace(t.n, t.word);
     p++;
   }
+}
+
+// The escaped form of s; s itself (its block shared) when nothing needs it.
+CKString Encoded(CWriteScope* w, const CKString& s) {
+  const char* sz = s.GetString();
+  if (!sz[strcspn(sz, "=&$<>")]) return w ? Shared(w, sz, s.GetLength()) : s;
+  CKString r;
+  PutEncoded(r, sz);
+  return r;
+}
+
+// The decoded form of s; s itself (its block shared) when it holds no tag.
+CKString Decoded(const CKString& s) {
+  return strstr(s.GetString(), "XMLOBJ_TAG") ? CKObj::XmlDecode(s) : s;
+}
+
+// Appends the element (name, text) under the tree's current node.
+CKXmlTreeNode* AddElement(CKXmlTree* pTree, CWriteScope* w, const CKString& strName, const CKString& strValue) {
+  if (!w) return pTree->AddChild(strName, strValue);
+  CKXmlTreeNode* p = KMEM_TRY(new (&w->pool) CKXmlTreeNode(strName, strValue));
+  return pTree->GetCurrentNode()->AddChildNode(p);
+}
+
+CKXmlTreeNode* AddElement(CKXmlTree* pTree, CWriteScope* w, const char* szName) {
+  return AddElement(pTree, w, Shared(w, szName, (unsigned)strlen(szName)), CKString());
+}
+
+}  // namespace
+
+// One pass each way. The tag words hold none of the five characters and
+// cannot overlap, so this gives what replacing them one kind after the other
+// gives.
+CKString CKObj::XmlEncode(const char* sz) {
+  if (!sz || !sz[strcspn(sz, "=&$<>")]) return CKString(sz);
+  CKString s;
+  PutEncoded(s, sz);
   return s;
 }
 
@@ -93,19 +180,44 @@ CKString CKObj::XmlDecode(const char* sz) {
 
 // ---------------------------------------------------------------- members
 void CKObj::WriteXmlMember(CKXmlTree* pTree, const char* szName, const char* szValue) {
-  CKString strName(szName), strValue(szValue);
+  CWriteScope* w = ScopeOf(pTree);
+  if (!szName) szName = "";
+  if (!szValue) szValue = "";
+  CKString strName = Shared(w, szName, (unsigned)strlen(szName));
+  CKString strValue = Shared(w, szValue, (unsigned)strlen(szValue));
   if (!OnWriteXmlMember(strName, strValue)) return;
-  pTree->AddChild(KAnd(kMember, XmlEncode(strName)), XmlEncode(strValue));
+  // The element name in a stack buffer when it fits, then shared.
+  char buf[64];
+  const unsigned nName = strName.GetLength();
+  if (w && nName + sizeof(kMember) <= sizeof(buf) && !strName.GetString()[strcspn(strName, "=&$<>")]) {
+    memcpy(buf, kMember, sizeof(kMember) - 1);
+    memcpy(buf + sizeof(kMember) - 1, strName.GetString(), nName + 1);
+    AddElement(pTree, w, Shared(w, buf, (unsigned)(sizeof(kMember) - 1 + nName)), Encoded(w, strValue));
+    return;
+  }
+  CKString strElement(kMember);
+  PutEncoded(strElement, strName);
+  AddElement(pTree, w, strElement, Encoded(w, strValue));
 }
 
 int CKObj::ReadXmlMember(CKXmlTree* pTree, const char* szName, CKString& strValue) {
   strValue.Empty();
-  CKXmlTreeNode* p = pTree->Child(KAnd(kMember, XmlEncode(szName)));
+  // The element name in a stack buffer when it needs no escape and fits.
+  char buf[64];
+  const size_t n = szName ? strlen(szName) : 0;
+  CKXmlTreeNode* p;
+  if (n + sizeof(kMember) <= sizeof(buf) && !szName[strcspn(szName, "=&$<>")]) {
+    memcpy(buf, kMember, sizeof(kMember) - 1);
+    memcpy(buf + sizeof(kMember) - 1, szName, n + 1);
+    p = pTree->Child(buf);
+  } else {
+    p = pTree->Child(KAnd(kMember, XmlEncode(szName)));
+  }
   if (!p) {
     KLog(10, "ERROR (1) => CKObj.ReadXmlMember(): Requested member not found (", szName, ")");
     return FALSE;
   }
-  strValue = XmlDecode(p->GetValue());
+  strValue = Decoded(p->GetValue());
   return TRUE;
 }
 
@@ -126,7 +238,8 @@ int CKObj::ReadXmlMember(CKXmlTree* pTree, int nIndex, CKString& strName, CKStri
 // ---------------------------------------------------------------- writing
 int CKObj::ObjToXml(CKXmlTree* pTree) {
   CCursor keep(pTree);
-  CKXmlTreeNode* pEntry = pTree->AddChild("XMLOBJ_ENTRY");
+  CWriteScope* w = ScopeOf(pTree);
+  CKXmlTreeNode* pEntry = AddElement(pTree, w, "XMLOBJ_ENTRY");
   pTree->SetAsCurrentNode(pEntry);
   WriteXmlMember(pTree, "TYPE", KStr(m_nType));
   WriteXmlMember(pTree, "HID", Key());
@@ -145,14 +258,14 @@ int CKObj::ObjToXml(CKXmlTree* pTree) {
   WriteXmlMember(pTree, "EXPANDED", KBool2Str(m_bExpanded));
   WriteXmlMember(pTree, "UPDATED", KBool2Str(m_bUpdated));
 
-  pTree->SetAsCurrentNode(pTree->AddChild("XMLOBJ_SPECIFIC"));
+  pTree->SetAsCurrentNode(AddElement(pTree, w, "XMLOBJ_SPECIFIC"));
   if (!OnWriteXmlSpecificMembers(pTree)) {
     KLog(10, "ERROR => CKObj.ObjToXml(): Stoped by a call to OnWriteXmlSpecificMembers");
     return FALSE;
   }
 
   pTree->SetAsCurrentNode(pEntry);
-  pTree->SetAsCurrentNode(pTree->AddChild("XMLOBJ_PROPS"));
+  pTree->SetAsCurrentNode(AddElement(pTree, w, "XMLOBJ_PROPS"));
   for (int i = 0; i < PropCount(); i++) {
     CProp* pProp = Prop(i);
     if (!pProp) {
@@ -165,11 +278,11 @@ int CKObj::ObjToXml(CKXmlTree* pTree) {
     }
     CKString strName = pProp->GetName(), strValue = pProp->GetValueStr();
     if (!OnWriteXmlProp(strName, strValue)) continue;
-    pTree->AddChild(XmlEncode(strName), XmlEncode(strValue));
+    AddElement(pTree, w, Encoded(w, strName), Encoded(w, strValue));
   }
 
   pTree->SetAsCurrentNode(pEntry);
-  CKXmlTreeNode* pChildren = pTree->AddChild("XMLOBJ_CHILDREN");
+  CKXmlTreeNode* pChildren = AddElement(pTree, w, "XMLOBJ_CHILDREN");
   for (int i = 0; i < Count(); i++) {
     CKObj* o = Get(i);
     if (!o) {
@@ -188,19 +301,23 @@ int CKObj::ObjToXml(CKXmlTree* pTree) {
 }
 
 int CKObj::ToXmlString(CKString& strXml) {
+  CWriteScope scope;  // outlives the tree, whose nodes go back to its pool
   CKXmlParserDOM dom;
   dom.SetTagUpCase(FALSE);
   CKXmlTree* pTree = dom.GetTree();
+  CWriteGuard guard(scope, pTree);
   pTree->AddChild("XMLOBJ_ROOT");
   KASSERT_RETV_T(pTree->SetChildAsCurrentNode(0), "pTree->SetChildAsCurrentNode(0)", FALSE);
   ObjToXml(pTree);
   pTree->SetRootAsCurrentNode();
-  const CKString strText = pTree->GetXmlString();
-  if (strText.GetLength() == 0) {
+  CKString strText(kDecl);
+  const unsigned nDecl = strText.GetLength();
+  pTree->AppendXmlString(strText);
+  if (strText.GetLength() == nDecl) {
     KLog(10, "ERROR => while generating xml string for obj named '", Name(), "'");
     return FALSE;
   }
-  strXml = KAnd(kDecl, strText);
+  strXml = strText;
   return TRUE;
 }
 
@@ -265,8 +382,8 @@ int CKObj::FromXml(CKXmlTree* pTree) {
   PropFree();
   if ((pNode = pTree->Child("XMLOBJ_PROPS")) != nullptr) {
     for (int i = 0; i < pNode->GetChildrenCount(); i++) {
-      CKString strName = XmlDecode(pNode->GetChildName(i));
-      CKString strValue = XmlDecode(pNode->GetChildValue(i));
+      CKString strName = Decoded(pNode->GetChildName(i));
+      CKString strValue = Decoded(pNode->GetChildValue(i));
       if (OnReadXmlProp(strName, strValue)) PropAdd(strName, strValue, FALSE);
     }
   }

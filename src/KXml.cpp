@@ -2,13 +2,17 @@
 
 #include <base/tools/KXml.h>
 
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include <base/classes/list/KList.h>
 #include <base/tools/KDebug.h>
 
 #include "KAlloc.h"
+#include "KXmlNodePool.h"
 
 namespace {
 
@@ -39,6 +43,12 @@ CKString UpperAscii(const char* sz) {
 inline void Put(CKString& s, const CKString& t) { s.KConcatInPlace(t.GetLength(), t.GetString()); }
 inline void Put(CKString& s, const char* sz) { s.KConcatInPlace((unsigned)strlen(sz), sz); }
 
+// Growth steps of a node's piles. Most elements have a few children and
+// attributes; the default step would give each one a 1 KB array. The arrays
+// themselves still grow geometrically.
+const int kChildStep = 8;
+const int kParamStep = 4;
+
 // One element of a depth-first walk that needs a closing step.
 struct Frame {
   const CKXmlTreeNode* pNode;
@@ -48,14 +58,38 @@ struct Frame {
 }  // namespace
 
 // ---------------------------------------------------------------- CKXmlTreeNode
-CKXmlTreeNode::CKXmlTreeNode() : m_nData(0), m_pFather(nullptr) {}
+CKXmlTreeNode::CKXmlTreeNode() : m_nData(0), m_pFather(nullptr) { SmallSteps(); }
 
 CKXmlTreeNode::CKXmlTreeNode(const char* szName, const char* szValue)
-    : m_nData(0), m_pFather(nullptr), m_strName(szName ? szName : ""), m_strValue(szValue ? szValue : "") {}
+    : m_nData(0), m_pFather(nullptr), m_strName(szName ? szName : ""), m_strValue(szValue ? szValue : "") {
+  SmallSteps();
+}
+
+CKXmlTreeNode::CKXmlTreeNode(const CKString& strName, const CKString& strValue)
+    : m_nData(0), m_pFather(nullptr), m_strName(strName), m_strValue(strValue) {
+  SmallSteps();
+}
+
+void CKXmlTreeNode::SmallSteps() {
+  m_Children.data.step = kChildStep;
+  m_ListParam.data.step = kParamStep;
+  m_ListValue.data.step = kParamStep;
+}
+
+void CKXmlTreeNode::AddParamShared(const CKString& strName, const CKString& strValue) {
+  m_ListParam.Add(strName);
+  try {
+    m_ListValue.Add(strValue);
+  } catch (...) {
+    m_ListParam.DeleteLast();
+    throw;
+  }
+}
 
 CKXmlTreeNode::CKXmlTreeNode(const CKXmlTreeNode& n)
     : CKListParamValue(n), m_nData(n.m_nData), m_pFather(nullptr), m_strName(n.m_strName),
       m_strValue(n.m_strValue) {
+  SmallSteps();
   // Level by level, without recursion: pairs of (source, copy).
   std::vector<std::pair<const CKXmlTreeNode*, CKXmlTreeNode*>> work;
   work.emplace_back(&n, this);
@@ -154,21 +188,32 @@ int CKXmlTreeNode::RemoveChildAt(int i) {
 }
 
 void CKXmlTreeNode::RemoveAllChildNodes() {
-  // Detach whole levels first so that deleting a node never recurses.
-  std::vector<CKXmlTreeNode*> work;
+  // Last child first, down to the leaves: every node is deleted once its
+  // own children are gone, so no delete recurses, and the only stack is the
+  // path from this node, as long as the tree is deep.
+  std::vector<CKXmlTreeNode*> path;
+  CKXmlTreeNode* n = this;
   for (;;) {
-    for (int i = 0; i < m_Children.Count(); ++i) work.push_back(m_Children.Get(i));
-    m_Children.PileEmpty();
-    while (!work.empty()) {
-      CKXmlTreeNode* p = work.back();
-      work.pop_back();
-      if (!p) continue;
-      for (int i = 0; i < p->m_Children.Count(); ++i) work.push_back(p->m_Children.Get(i));
-      p->m_Children.PileEmpty();
-      delete p;
+    KPile& d = n->m_Children.data;
+    if (d.elts > 0 && d.ptr) {
+      CKXmlTreeNode* c = (CKXmlTreeNode*)d.ptr[--d.elts];
+      d.ptr[d.elts] = nullptr;
+      if (!c) continue;
+      if (c->m_Children.data.elts > 0) {
+        path.push_back(n);
+        n = c;
+      } else {
+        delete c;
+      }
+      continue;
     }
-    if (!m_Children.Count()) return;
+    if (n == this) break;
+    CKXmlTreeNode* pDone = n;
+    n = path.back();
+    path.pop_back();
+    delete pDone;
   }
+  m_Children.PileEmpty();
 }
 
 // ---------------------------------------------------------------- CKXmlTree
@@ -215,12 +260,20 @@ int CKXmlTree::SetChildAsCurrentNode(const char* szName) {
 }
 
 CKXmlTreeNode* CKXmlTree::Child(const char* szName) const {
-  const CKString strName = UpperAscii(szName);
+  // The upper-cased name in a stack buffer when it fits.
+  char buf[128];
+  const size_t n = szName ? strlen(szName) : 0;
+  CKString strLong;
+  const char* szUp = buf;
+  if (n < sizeof(buf)) {
+    for (size_t i = 0; i < n; ++i) buf[i] = (szName[i] >= 'a' && szName[i] <= 'z') ? (char)(szName[i] - 32) : szName[i];
+  } else {
+    strLong = UpperAscii(szName);
+    szUp = strLong.GetString();
+  }
   for (int i = 0; i < m_pCurrent->m_Children.Count(); ++i) {
     CKXmlTreeNode* c = m_pCurrent->m_Children.Get(i);
-    if (c && c->m_strName.GetLength() == strName.GetLength() &&
-        !memcmp(c->m_strName.GetString(), strName.GetString(), strName.GetLength()))
-      return c;
+    if (c && c->m_strName.GetLength() == n && !memcmp(c->m_strName.GetString(), szUp, n)) return c;
   }
   return nullptr;
 }
@@ -286,41 +339,77 @@ void CKXmlTree::Init() {
 
 CKString CKXmlTree::GetXmlString() const {
   CKString s;
+  AppendXmlString(s);
+  return s;
+}
+
+namespace {
+
+// The text of the subtree at pTop, piece by piece, in document order.
+template <class Emit>
+void Render(const CKXmlTreeNode* pTop, Emit&& emit) {
+  auto str = [&](const CKString* p) {
+    if (p) emit(p->GetString(), p->GetLength());
+  };
   std::vector<Frame> stack;
-  stack.push_back({m_pCurrent, -1});
+  stack.push_back({pTop, -1});
   while (!stack.empty()) {
     Frame& f = stack.back();
     const CKXmlTreeNode* n = f.pNode;
-    const bool bNamed = n->m_strName.GetLength() != 0;
+    const CKString& name = n->GetNameRef();
+    const bool bNamed = name.GetLength() != 0;
     if (f.nNext < 0) {
       f.nNext = 0;
       if (bNamed) {
-        Put(s, "\r\n<");
-        Put(s, n->m_strName);
-        for (int i = 0; i < n->Count(); ++i) {
-          Put(s, " ");
-          Put(s, n->GetParam(i));
-          Put(s, "=\"");
-          Put(s, n->CKListParamValue::GetValue(i));
-          Put(s, "\" ");
+        emit("\r\n<", 3);
+        str(&name);
+        const KPile& names = n->GetParamList().data;
+        const KPile& values = n->GetValueList().data;
+        for (int i = 0; i < names.elts; ++i) {
+          emit(" ", 1);
+          str((const CKString*)names.ptr[i]);
+          emit("=\"", 2);
+          if (i < values.elts) str((const CKString*)values.ptr[i]);
+          emit("\" ", 2);
         }
-        Put(s, ">");
-        Put(s, n->m_strValue);
+        emit(">", 1);
+        str(&n->GetValueRef());
       }
     }
-    if (f.nNext < n->m_Children.Count()) {
-      const CKXmlTreeNode* c = n->m_Children.Get(f.nNext++);
+    if (f.nNext < n->GetChildrenCount()) {
+      const CKXmlTreeNode* c = n->GetChildAt(f.nNext++);
       if (c) stack.push_back({c, -1});
       continue;
     }
     if (bNamed) {
-      Put(s, "</");
-      Put(s, n->m_strName);
-      Put(s, ">\r\n");
+      emit("</", 2);
+      str(&name);
+      emit(">\r\n", 3);
     }
     stack.pop_back();
   }
-  return s;
+}
+
+}  // namespace
+
+void CKXmlTree::AppendXmlString(CKString& s) const {
+  // Measured first, then written into one block of the exact size.
+  uint64_t nAdd = 0;
+  Render(m_pCurrent, [&](const char*, size_t n) { nAdd += n; });
+  const uint64_t nOld = s.GetLength();
+  if (!nAdd) return;
+  if (nOld + nAdd >= 0x7FFFFFFF) {
+    // Past what a string holds: the appends refuse it as they always did.
+    Render(m_pCurrent, [&](const char* p, size_t n) { s.KConcatInPlace((unsigned)n, p); });
+    return;
+  }
+  char* const pBase = s.GetBuffer((unsigned)(nOld + nAdd));
+  char* q = pBase + nOld;
+  Render(m_pCurrent, [&](const char* p, size_t n) {
+    memcpy(q, p, n);
+    q += n;
+  });
+  s.ReleaseBuffer((unsigned)(q - pBase));
 }
 
 CKString CKXmlTree::GetStringDescription(const char* szPrefix) const {
@@ -361,14 +450,38 @@ CKString CKXmlTree::GetStringDescription(const char* szPrefix) const {
 }
 
 // ---------------------------------------------------------------- CKXmlParserDOM
-CKXmlParserDOM::CKXmlParserDOM() {}
-CKXmlParserDOM::~CKXmlParserDOM() {}
+// Element and attribute names, and many short values, repeat throughout a
+// document: equal texts share one string block instead of one copy each.
+// Direct-mapped: a miss simply replaces the slot.
+struct CKXmlParserDOM::TextCache {
+  static const unsigned kSlots = 1024;
+  static const unsigned kMaxLength = 32;
+  CKString slot[kSlots];
+};
+
+CKXmlParserDOM::CKXmlParserDOM() : m_pCache(nullptr), m_pPool(nullptr) {}
+CKXmlParserDOM::~CKXmlParserDOM() {
+  // The parsed nodes go back to the pool before it goes.
+  m_Tree.RemoveAllChildNodes();
+  delete m_pPool;
+  delete m_pCache;
+}
+
+CKString CKXmlParserDOM::Intern(const char* sz, unsigned n) {
+  if (n > TextCache::kMaxLength) return CKString(sz);
+  unsigned h = 2166136261u;
+  for (unsigned i = 0; i < n; ++i) h = (h ^ (unsigned char)sz[i]) * 16777619u;
+  if (!m_pCache) m_pCache = KMEM_TRY(new TextCache);
+  CKString& s = m_pCache->slot[(h ^ (h >> 15)) & (TextCache::kSlots - 1)];
+  if (s.GetLength() != n || memcmp(s.GetString(), sz, n) != 0) s = sz;
+  return s;
+}
 
 CKString CKXmlParserDOM::GetXmlString() {
   CKString s("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n");
   m_Tree.SetRootAsCurrentNode();
   if (m_Tree.GetChildrenCount()) m_Tree.SetChildAsCurrentNode(0);
-  Put(s, m_Tree.GetXmlString());
+  m_Tree.AppendXmlString(s);
   return s;
 }
 
@@ -387,11 +500,23 @@ int CKXmlParserDOM::OnEnd() {
   return TRUE;
 }
 int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes) {
-  CKXmlTreeNode* p = m_Tree.AddChild(szName);
-  m_Tree.SetAsCurrentNode(p);
-  // The new node has no attributes yet: a copy of the list is the same as
-  // appending each pair, and shares the texts instead of copying them.
-  if (pAttributes && pAttributes->Count()) p->CKListParamValue::operator=(*pAttributes);
+  if (!m_pPool) m_pPool = KMEM_TRY(new CKXmlNodePool);
+  CKXmlTreeNode* p = KMEM_TRY(new (m_pPool) CKXmlTreeNode);
+  m_Tree.m_pCurrent->AddChildNode(p);
+  m_Tree.m_pCurrent = p;
+  if (szName) p->m_strName = Intern(szName, (unsigned)strlen(szName));
+  const int n = pAttributes ? pAttributes->Count() : 0;
+  if (!n) return TRUE;
+  // Arrays of exactly the attributes' size.
+  p->m_ListParam.data.step = p->m_ListValue.data.step = n;
+  void* const* names = pAttributes->GetParamList().data.ptr;
+  void* const* values = pAttributes->GetValueList().data.ptr;
+  const int nValues = pAttributes->GetValueList().Count();
+  for (int i = 0; i < n; ++i) {
+    const CKString* a = (const CKString*)names[i];
+    const CKString* v = i < nValues ? (const CKString*)values[i] : nullptr;
+    p->AddParamShared(a ? Intern(*a) : CKString(), v ? Intern(*v) : CKString());
+  }
   return TRUE;
 }
 int CKXmlParserDOM::OnEndTag(const char*) {
@@ -403,11 +528,13 @@ int CKXmlParserDOM::OnValue(const char* szText) {
   return TRUE;
 }
 int CKXmlParserDOM::OnText(const char* szText) {
-  CKXmlTreeNode* p = m_Tree.GetCurrentNode();
-  CKString s = p->GetValue();
-  p->SetValue("");
-  s += szText;
-  p->SetValue(s);
+  CKString& s = m_Tree.m_pCurrent->m_strValue;
+  if (!szText) return TRUE;
+  const unsigned n = (unsigned)strlen(szText);
+  if (!s.GetLength())
+    s = Intern(szText, n);
+  else
+    s.KConcatInPlace(n, szText);
   return TRUE;
 }
 int CKXmlParserDOM::OnProcInstr(const char*, CKListParamValue*) { return TRUE; }

@@ -12,6 +12,8 @@
 #include <base/tools/KException.h>
 #include <base/tools/KStr.h>
 
+#include "KXmlNames.h"
+
 namespace {
 
 // Byte classes. Text scanning stops only at bytes with a non-zero class.
@@ -173,6 +175,11 @@ private:
   std::vector<CKString*> m_spare;
 };
 
+// A notation declared in the internal subset; an absent identifier is empty.
+struct Notation {
+  std::string strName, strPublic, strSystem;
+};
+
 // Thrown once the error is recorded; caught by Parse.
 struct KXmlStop {};
 
@@ -186,6 +193,7 @@ struct CKXmlParser::Impl {
   const char* m_pEnd = nullptr;
   const char* m_pRefAt = nullptr;  // outermost entity reference being expanded
   bool m_bUtf8 = true;
+  bool m_bFromUtf16 = false;     // the text parsed is m_utf16 transcoded
   bool m_bSeenRoot = false;
   bool m_bSeenDoctype = false;
   bool m_bUnknownDecls = false;  // entities may be declared where the parser does not read
@@ -196,8 +204,10 @@ struct CKXmlParser::Impl {
   size_t m_nExpanded = 0;
   size_t m_nExpandLimit = 0;
   Buf m_text, m_name, m_value, m_attName, m_stack, m_pi;
+  Buf m_utf16;  // a UTF-16 document as UTF-8, read by the UTF-8 path
   std::vector<size_t> m_open;  // start of each open element's name in m_stack
   std::vector<Entity> m_entities;
+  std::vector<Notation> m_notations;
   std::vector<AttDef> m_attDefs;
   bool m_bInDtd = false;     // no text tolerance in declarations
   bool m_bSkipDecls = false;  // after an unread parameter entity: declarations not processed
@@ -282,19 +292,30 @@ struct CKXmlParser::Impl {
     ++p;
   }
 
-  // A name into b (converted to 8-bit); fails when none starts at p.
+  // A name into b (converted to 8-bit); fails when none starts at p. In a
+  // UTF-8 text, characters above U+007F must belong to the name classes; a
+  // single-byte text's bytes are taken as they are.
   void Name(const char*& p, const char* pEnd, Buf& b) {
     b.Clear();
     if (p >= pEnd) Fail(KXML_ERR_UNCLOSED, p, "unexpected end of input");
     if (g_tab.name[(unsigned char)*p] != 1) Fail(KXML_ERR_SYNTAX, p, "name expected");
+    const char* pStart = p;
     for (;;) {
       const char* s = p;
       while (p < pEnd && g_tab.name[(unsigned char)*p] && (unsigned char)*p < 0x80) ++p;
       b.Append(s, (size_t)(p - s));
-      if (p < pEnd && (unsigned char)*p >= 0x80)
-        p += High(p, pEnd, b);
-      else
-        return;
+      if (p >= pEnd || (unsigned char)*p < 0x80) return;
+      if (!m_bUtf8) {
+        b.Push(*p++);
+        continue;
+      }
+      unsigned long cp;
+      const int n = DecodeUtf8((const unsigned char*)p, (const unsigned char*)pEnd, cp);
+      if (!n) Fail(KXML_ERR_ENCODING, p, "malformed UTF-8");
+      if (kxml::NameClass(cp) != 1 && (p == pStart || !kxml::NameClass(cp)))
+        Fail(KXML_ERR_CHAR, p, "character not allowed in a name");
+      b.Push(cp <= 0xFF ? (char)cp : '?');
+      p += n;
     }
   }
   // Length of the name at p, without reading it (0 when none).
@@ -765,9 +786,12 @@ struct CKXmlParser::Impl {
     m_bStandalone = m_attrs.GetValue("standalone") == "yes";
     const CKString strEnc = m_attrs.GetValue("encoding");
     if (strEnc.GetLength()) {
-      if (!strEnc.CompareNoCase("UTF-16") || !strEnc.CompareNoCase("UTF16"))
-        Fail(KXML_ERR_ENCODING, pAt, "UTF-16 documents are not supported");
-      m_bUtf8 = !strEnc.CompareNoCase("UTF-8") || !strEnc.CompareNoCase("UTF8");
+      const bool bUtf16 = !strEnc.CompareNoCase("UTF-16") || !strEnc.CompareNoCase("UTF16") ||
+                          !strEnc.CompareNoCase("UTF-16LE") || !strEnc.CompareNoCase("UTF-16BE");
+      if (bUtf16 != m_bFromUtf16)
+        Fail(KXML_ERR_ENCODING, pAt,
+             bUtf16 ? "UTF-16 declared, but the text is not UTF-16" : "a UTF-16 text declares another encoding");
+      m_bUtf8 = bUtf16 || !strEnc.CompareNoCase("UTF-8") || !strEnc.CompareNoCase("UTF8");
     }
     p = q + 2;
     Check(m_parser.OnProcInstr("xml", &m_attrs), p);
@@ -792,26 +816,34 @@ struct CKXmlParser::Impl {
 
   // ------------------------------------------------------------ DOCTYPE
   // A quoted literal; p moves past it.
-  void Literal(const char*& p, const char* pEnd) {
+  // A quoted literal; its text (8-bit) into *pText when asked.
+  void Literal(const char*& p, const char* pEnd, std::string* pText = nullptr) {
     if (p >= pEnd || (*p != '"' && *p != '\'')) Fail(KXML_ERR_SYNTAX, p, "quoted literal expected");
     const char* e = (const char*)memchr(p + 1, *p, (size_t)(pEnd - p - 1));
     if (!e) Fail(KXML_ERR_UNCLOSED, p, "unterminated literal");
-    Body(p + 1, e, nullptr);
+    if (pText) {
+      m_value.Clear();
+      Body(p + 1, e, &m_value);
+      pText->assign(m_value.Data() ? m_value.Data() : "", m_value.Size());
+    } else {
+      Body(p + 1, e, nullptr);
+    }
     p = e + 1;
   }
   // SYSTEM "uri" or PUBLIC "id" "uri"; false when neither keyword is there.
-  bool ExternalId(const char*& p, const char* pEnd, bool bPublicOnly = false) {
+  // pNotation (when given) receives the identifiers.
+  bool ExternalId(const char*& p, const char* pEnd, bool bPublicOnly = false, Notation* pNotation = nullptr) {
     if (At(p, pEnd, "SYSTEM", 6)) {
       p += 6;
       NeedBlank(p, pEnd);
-      Literal(p, pEnd);
+      Literal(p, pEnd, pNotation ? &pNotation->strSystem : nullptr);
       return true;
     }
     if (At(p, pEnd, "PUBLIC", 6)) {
       p += 6;
       NeedBlank(p, pEnd);
       const char* s = p;
-      Literal(p, pEnd);
+      Literal(p, pEnd, pNotation ? &pNotation->strPublic : nullptr);
       for (const char* c = s + 1; c < p - 1; ++c)
         if (!strchr(" \r\nabcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-'()+,./:=?;!*#@$_%", *c))
           Fail(KXML_ERR_CHAR, c, "character not allowed in a public identifier");
@@ -820,7 +852,7 @@ struct CKXmlParser::Impl {
         if (q >= pEnd || (*q != '"' && *q != '\'')) return true;
       }
       NeedBlank(p, pEnd);
-      Literal(p, pEnd);
+      Literal(p, pEnd, pNotation ? &pNotation->strSystem : nullptr);
       return true;
     }
     return false;
@@ -1048,10 +1080,17 @@ struct CKXmlParser::Impl {
     p += 10;
     NeedBlank(p, pEnd);
     Name(p, pEnd, m_name);
+    Notation n;
+    n.strName.assign(m_name.Data(), m_name.Size());
     NeedBlank(p, pEnd);
-    if (!ExternalId(p, pEnd, true)) Fail(KXML_ERR_SYNTAX, p, "external or public identifier expected");
+    if (!ExternalId(p, pEnd, true, &n)) Fail(KXML_ERR_SYNTAX, p, "external or public identifier expected");
     p = SkipBlanks(p, pEnd);
     Expect(p, pEnd, '>', "'>' expected at the end of the notation declaration");
+    // Kept for the caller, in declaration order; a name declared twice keeps
+    // its first declaration.
+    for (const Notation& o : m_notations)
+      if (o.strName == n.strName) return;
+    m_notations.push_back(std::move(n));
   }
 
   void EntityDecl(const char*& p, const char* pEnd) {
@@ -1172,14 +1211,55 @@ struct CKXmlParser::Impl {
     Flush();
   }
 
+  // A UTF-16 text (byte-order mark, or "<?" in either byte order) becomes
+  // UTF-8 in m_utf16, and [p, pEnd) points at it; false for other texts.
+  bool FromUtf16(const char*& p, const char*& pEnd) {
+    const unsigned char* u = (const unsigned char*)p;
+    size_t n = (size_t)(pEnd - p);
+    bool bBig;
+    if (n >= 2 && u[0] == 0xFE && u[1] == 0xFF) {
+      bBig = true, u += 2, n -= 2;
+    } else if (n >= 2 && u[0] == 0xFF && u[1] == 0xFE) {
+      bBig = false, u += 2, n -= 2;
+    } else if (n >= 4 && !u[0] && u[1] == '<' && !u[2] && u[3] == '?') {
+      bBig = true;
+    } else if (n >= 4 && u[0] == '<' && !u[1] && u[2] == '?' && !u[3]) {
+      bBig = false;
+    } else {
+      return false;
+    }
+    if (n % 2) Fail(KXML_ERR_ENCODING, pEnd, "UTF-16 text of odd length");
+    m_utf16.Clear();
+    m_bUtf8 = true;  // PutChar writes UTF-8
+    for (size_t i = 0; i < n; i += 2) {
+      unsigned long c = bBig ? (unsigned long)(u[i] << 8 | u[i + 1]) : (unsigned long)(u[i + 1] << 8 | u[i]);
+      if (c >= 0xDC00 && c <= 0xDFFF) Fail(KXML_ERR_ENCODING, (const char*)u + i, "lone UTF-16 surrogate");
+      if (c >= 0xD800 && c <= 0xDBFF) {
+        const unsigned long d = i + 3 < n ? (bBig ? (unsigned long)(u[i + 2] << 8 | u[i + 3])
+                                                  : (unsigned long)(u[i + 3] << 8 | u[i + 2]))
+                                          : 0;
+        if (d < 0xDC00 || d > 0xDFFF) Fail(KXML_ERR_ENCODING, (const char*)u + i, "lone UTF-16 surrogate");
+        c = 0x10000 + ((c - 0xD800) << 10) + (d - 0xDC00);
+        i += 2;
+      }
+      PutChar(c, m_utf16, true);
+    }
+    m_bFromUtf16 = true;
+    p = m_utf16.Size() ? m_utf16.Data() : "";
+    pEnd = p + m_utf16.Size();
+    return true;
+  }
+
   void Document(const char* p, const char* pEnd) {
     m_pBegin = p;
     m_pEnd = pEnd;
     m_nExpandLimit = (size_t)(pEnd - p) * 8 + (1u << 20);
-    if (pEnd - p >= 2 && (((unsigned char)p[0] == 0xFE && (unsigned char)p[1] == 0xFF) ||
-                          ((unsigned char)p[0] == 0xFF && (unsigned char)p[1] == 0xFE)))
-      Fail(KXML_ERR_ENCODING, p, "UTF-16 documents are not supported");
-    if (At(p, pEnd, "\xEF\xBB\xBF", 3)) p += 3;
+    if (FromUtf16(p, pEnd)) {
+      m_pBegin = p;
+      m_pEnd = pEnd;
+    } else if (At(p, pEnd, "\xEF\xBB\xBF", 3)) {
+      p += 3;
+    }
     if (At(p, pEnd, "<?xml", 5) && pEnd - p > 5 && IsBlank(p[5])) XmlDecl(p, pEnd);
     Content(p, pEnd, 0);
     if (!m_open.empty()) {
@@ -1234,6 +1314,20 @@ void CKXmlParser::ResetParser() {
   m_nError = KXML_OK;
   m_nErrorLine = m_nErrorColumn = 0;
   m_strError.Empty();
+}
+
+int CKXmlParser::GetNotationCount() const { return m_pImpl ? (int)m_pImpl->m_notations.size() : 0; }
+
+int CKXmlParser::GetNotation(int i, CKString& strName, CKString& strPublicId, CKString& strSystemId) const {
+  strName.Empty();
+  strPublicId.Empty();
+  strSystemId.Empty();
+  if (i < 0 || i >= GetNotationCount()) return FALSE;
+  const Notation& n = m_pImpl->m_notations[(size_t)i];
+  strName = n.strName.c_str();
+  strPublicId = n.strPublic.c_str();
+  strSystemId = n.strSystem.c_str();
+  return TRUE;
 }
 
 const char* CKXmlParser::GetProcInstrData() const { return m_pImpl ? m_pImpl->m_pi.CStr() : ""; }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
 #include <base/tools/KXml.h>
@@ -187,4 +188,30 @@ TEST(KXmlParserDOM, BuildsTreeAndWritesFirstElement) {
   EXPECT_EQ(keep.GetTree()->Child("obj"), nullptr);
   EXPECT_EQ(S(keep.GetTree()->GetChildValue("obj")), "");
   EXPECT_EQ(S(keep.GetTree()->CKXmlTreeNode::GetChildValue("OBJ/NAME")), "v");
+}
+
+TEST(KXmlParserDOM, ParsedAndCallersNodesMix) {
+  // Parsed nodes come from the builder's store, a caller's from the heap:
+  // both are renamed, removed, replaced by the next parse and copied alike,
+  // and texts shared between parsed nodes change one node at a time.
+  const std::string want =
+      "\r\n<R>\r\n<X k=\"v\" >u</X>\r\n\r\n<E k=\"v\" >t</E>\r\n\r\n<H>h\r\n<D>d</D>\r\n</H>\r\n</R>\r\n";
+  std::unique_ptr<CKXmlTree> copy;
+  {
+    CKXmlParserDOM dom;
+    CKXmlTree* t = dom.GetTree();
+    for (int round = 0; round < 2; ++round) {
+      ASSERT_TRUE(dom.Parse("<r><e k='v'>t</e><e k='v'>t</e><e k='v'/></r>"));
+      ASSERT_TRUE(t->SetNewCurrentNode("R/E"));
+      t->SetName("X");
+      t->SetValue("u");
+      t->SetFatherAsCurrentNode();
+      EXPECT_TRUE(t->RemoveChild(2));
+      t->AddChild("H", "h")->AddChildNode(new CKXmlTreeNode("D", "d"));
+      EXPECT_EQ(S(t->GetXmlString()), want);
+    }
+    copy.reset(new CKXmlTree(*t));
+  }
+  EXPECT_EQ(S(copy->GetXmlString()), want);
+  EXPECT_EQ(S(copy->CKXmlTreeNode::GetChildValue("R/H/D")), "d");
 }

@@ -19,7 +19,10 @@
 #include <base/tools/KString.h>
 #include <base/tools/KXmlParser.h>
 
+#include <cstddef>
+
 class CKXmlTreeNode;
+class CKXmlNodePool;  // the builder's node store (src/KXml)
 typedef CKPtrListOwned<CKXmlTreeNode> CKXmlTreeNodeList;
 
 // ---------------------------------------------------------------- CKXmlTreeNode
@@ -27,6 +30,8 @@ class KELVOR_API CKXmlTreeNode : public CKListParamValue {
 public:
   CKXmlTreeNode();
   CKXmlTreeNode(const char* szName, const char* szValue = nullptr);
+  // Shares the two texts' blocks instead of copying them.
+  CKXmlTreeNode(const CKString& strName, const CKString& strValue);
   // Copies the attributes, name, value and the whole subtree (the copy's
   // father is null).
   CKXmlTreeNode(const CKXmlTreeNode& n);
@@ -34,9 +39,19 @@ public:
   // Deletes the subtree without recursing, so any depth is safe.
   ~CKXmlTreeNode() override;
 
+  // A node comes from the heap, or from a builder's pool (the second form);
+  // delete gives it back to where it came from, so callers own and delete
+  // every node the same way.
+  static void* operator new(size_t n);
+  static void* operator new(size_t n, CKXmlNodePool* pPool);
+  static void operator delete(void* p);
+  static void operator delete(void* p, CKXmlNodePool* pPool);
+
   using CKListParamValue::GetValue;
   CKString GetName() const { return m_strName; }
   CKString GetValue() const { return m_strValue; }
+  const CKString& GetNameRef() const { return m_strName; }
+  const CKString& GetValueRef() const { return m_strValue; }
   void SetName(const char* szName) { m_strName = szName; }
   void SetValue(const char* szValue) { m_strValue = szValue; }
   CKXmlTreeNode* GetFather() const { return m_pFather; }
@@ -67,12 +82,18 @@ public:
   int m_nData;  // free integer for the owner, copied with the node
 
 protected:
+  // Appends an attribute whose texts are shared, not copied (the builder's
+  // interned names and values).
+  void AddParamShared(const CKString& strName, const CKString& strValue);
+  void SmallSteps();
+
   CKXmlTreeNodeList m_Children;
   CKXmlTreeNode* m_pFather;
   CKString m_strName;
   CKString m_strValue;
 
   friend class CKXmlTree;
+  friend class CKXmlParserDOM;
 };
 
 // ---------------------------------------------------------------- CKXmlTree
@@ -122,10 +143,14 @@ public:
 
   void Init();
   CKString GetXmlString() const;
+  // Appends to s what GetXmlString() returns, without a copy of the text.
+  void AppendXmlString(CKString& s) const;
   CKString GetStringDescription(const char* szPrefix) const;
 
 protected:
   CKXmlTreeNode* m_pCurrent;
+
+  friend class CKXmlParserDOM;
 };
 
 // ---------------------------------------------------------------- CKXmlParserDOM
@@ -151,6 +176,15 @@ public:
 
 protected:
   CKXmlTree m_Tree;
+
+private:
+  struct TextCache;
+  // The n bytes at sz (sz[n] is 0) as a string that shares its block with
+  // an earlier equal short text.
+  CKString Intern(const char* sz, unsigned n);
+  CKString Intern(const CKString& s) { return Intern(s.GetString(), s.GetLength()); }
+  TextCache* m_pCache;     // made on first use
+  CKXmlNodePool* m_pPool;  // the parsed nodes; made on first use
 };
 
 #endif  // KELVOR_KXML_H

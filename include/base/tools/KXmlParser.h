@@ -72,6 +72,11 @@ public:
   CKString GetErrorText() const { return m_strError; }
   int GetErrorLine() const { return m_nErrorLine; }
   int GetErrorColumn() const { return m_nErrorColumn; }
+  // The notations declared in the DOCTYPE's internal subset, in order (first
+  // declaration of each name), readable during and after the parse; an
+  // identifier the declaration does not give is empty. FALSE for a bad index.
+  int GetNotationCount() const;
+  int GetNotation(int i, CKString& strName, CKString& strPublicId, CKString& strSystemId) const;
   // Data of the processing instruction being reported (inside OnProcInstr).
   const char* GetProcInstrData() const;
 
