@@ -4,10 +4,13 @@ set -euo pipefail
 # g++-multilib and lib32z1-dev serve the 32-bit build, which compiles GoogleTest
 # from the googletest source package. gzip(1), python3 (zlib, xml, http.client,
 # hmac), curl, md5sum/sha1sum (coreutils) are the peers the tests compare with;
-# the -dev packages of the peer libraries serve the benchmarks only.
+# the -dev packages of the peer libraries serve the benchmarks only. CLI11 and
+# nlohmann-json (header-only) build the kelvor tool; chromium renders its
+# served pages in the tool's tests.
 pkgs=(g++ clang cmake ninja-build make pkg-config zlib1g-dev libgtest-dev libbenchmark-dev tzdata
       g++-multilib lib32z1-dev googletest gzip python3 curl coreutils
-      libxml2-dev libpugixml-dev libexpat1-dev libssl-dev libmsgpack-cxx-dev)
+      libxml2-dev libpugixml-dev libexpat1-dev libssl-dev libmsgpack-cxx-dev
+      libcli11-dev nlohmann-json3-dev chromium)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -200,6 +200,11 @@ json ValueToJson(const CKVariant& v, int nDepth) {
 }
 
 // ---------------------------------------------------------------- from JSON
+// Whether the blob being made takes the binary form (zipped or not): its
+// writer ends a text at the first NUL byte, so such texts are refused
+// rather than cut; and dates need the swap described at MakeDate.
+bool g_bBinary = false;
+
 struct Where {
   std::string s;
   [[noreturn]] void Bad(const std::string& strWhy) const { throw Failure(s + ": " + strWhy); }
@@ -208,6 +213,7 @@ struct Where {
 CKString MakeText(const json& j, const Where& w) {
   if (!j.is_string()) w.Bad("a text is expected");
   const std::string s = Utf8ToLatin1(j.get<std::string>(), w.s);
+  if (g_bBinary && s.find('\0') != std::string::npos) w.Bad("a text holding a NUL byte has no binary form (use --text)");
   CKString r;
   char* p = r.GetBufferSetLength((unsigned)s.size());
   if (!p && !s.empty()) w.Bad("text too long");
@@ -258,15 +264,13 @@ F Floating(const json& j, const Where& w) {
 // then minute; JSON shows what the reader gives, so a date bound for the
 // binary form is handed to the writer with the two swapped, which makes
 // file -> JSON -> file give the same bytes.
-bool g_bBinaryDates = false;
-
 CKDateTime MakeDate(const json& j, const Where& w) {
   int y, mo, d, h, mi, s;
   char cEnd = 0;
   if (!j.is_string() || std::sscanf(j.get<std::string>().c_str(), "%d-%d-%d %d:%d:%d%c", &y, &mo, &d, &h, &mi,
                                     &s, &cEnd) != 6)
     w.Bad("a date \"yyyy-mm-dd hh:mm:ss\" is expected");
-  if (g_bBinaryDates) std::swap(h, mi);
+  if (g_bBinary) std::swap(h, mi);
   CKDateTime t;
   t.SetDateTime(y, mo, d, h, mi, s);
   if (t.GetYear() != y || t.GetMonth() != mo || t.GetDay() != d || t.GetHour() != h || t.GetMinute() != mi ||
@@ -511,7 +515,7 @@ void MakeBlob(const std::string& strFile, bool bZip, bool bText) {
   CToolBlob blob;
   blob.SetZipped(bZip);
   blob.SetTextMode(bText);
-  g_bBinaryDates = !bText;
+  g_bBinary = !bText;
   int i = 0;
   for (const json& e : *pElements) {
     Where w{"standard input: element " + std::to_string(i++)};
