@@ -95,8 +95,8 @@ bad '[{"name": "a", "kind": "raw", "value": "0G"}]' "hex"
 bad '[{"name": "a", "kind": "text", "value": "\u0100"}]' "ISO-8859-1"
 bad '[{"name": "a", "kind": "datetime", "value": "2006-03-15"}]' "date"
 bad '[{"name": "a", "kind": "text", "value": "x\u0000y"}]' "NUL byte"
-printf '[{"name": "a", "kind": "text", "value": "x\\u0000y"}]' | k blob make nul.blob --text
-k blob show --json nul.blob | grep -q 'x\\u0000y' || fail "NUL in the text form"
+printf '[{"name": "a", "kind": "text", "value": "x\\u0000y"}]' | k blob make zerobyte.blob --text
+k blob show --json zerobyte.blob | grep -q 'x\\u0000y' || fail "NUL in the text form"
 
 # Usage errors exit 2.
 expect 2 "" -- blob
