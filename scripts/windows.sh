@@ -4,7 +4,10 @@
 # public headers, and runs the whole 64-bit test suite under wine64 with
 # CTest (the 32-bit Wine packages cannot be installed beside this machine's
 # 64-bit libraries, so the 32-bit build is built and checked, not run).
-# Both builds make the library, the examples and the test programs (.exe).
+# Both builds make the library, the examples, the test programs and the
+# kelvor tool (kelvor.exe beside Kelvor.dll; its CLI11 and nlohmann-json
+# headers come from the build machine). The tool's test scripts run
+# kelvor.exe under wine64, with curl on Linux talking to its server.
 #   bash scripts/windows.sh          build, check, test
 #   bash scripts/windows.sh --build  build and check only
 set -euo pipefail
@@ -12,7 +15,7 @@ cd "$(dirname "$0")/.."
 jobs=$(nproc)
 
 pkgs=(g++-mingw-w64-x86-64 g++-mingw-w64-i686 libz-mingw-w64-dev wine64 cmake ninja-build python3
-      googletest)
+      googletest libcli11-dev nlohmann-json3-dev curl)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
