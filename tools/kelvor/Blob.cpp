@@ -399,17 +399,17 @@ void FillVariant(CKVariant& v, int nTag, const json& j, const Where& w, int nDep
   }
 }
 
-// A memory blob whose elements keep the order they are given in (a file's
-// order, or the JSON's), encoded without the file-size check so that every
-// element kind can be written.
+// A memory blob encoded without the file-size check, so that every element
+// kind can be written. Elements are added the library's way, so they come
+// out sorted by name (as every blob the library writes).
 class CToolBlob : public CKBlobMemory {
 public:
-  void Append(CKBlobElement* p) {
-    if (!m_pElements) m_pElements = new CKBlobElementList;
-    m_pElements->Add(p);
+  void Append(const CKBlobElement& e) {
+    CKBlobElement* p = BlobElementAdd(e.m_strName);
+    if (!p || !p->Copy(const_cast<CKBlobElement&>(e))) throw Failure("the library could not add an element");
   }
   std::string EncodeBytes() {
-    if (!m_pElements || !m_pElements->Count()) return std::string();
+    if (!BlobElementCount()) return std::string();
     CKFile f(nullptr, KFILE_READ | KFILE_WRITE | KFILE_MEMORY);
     CKByteStream bs;
     if (!bs.InitWrite(&f, EncodedSize(), -1)) return std::string();
@@ -526,10 +526,11 @@ void MakeBlob(const std::string& strFile, bool bZip, bool bText) {
     std::unique_ptr<CKBlobElement> p(new CKBlobElement);
     p->m_strName = MakeText(e["name"], w);
     if (!p->m_strName.GetLength()) w.Bad("an element needs a name");
+    if (blob.BlobElementExist(p->m_strName)) w.Bad("a second element named " + std::string(p->m_strName.GetString()));
     if (!bText && (nTag == KVT_LISTGUID))
       w.Bad("a GUID list has no binary form (use --text)");
     FillVariant(*p, nTag, e.contains("value") ? e["value"] : json(nullptr), w, 0);
-    blob.Append(p.release());
+    blob.Append(*p);
   }
   WriteAll(strFile, blob.EncodeBytes());
 }
