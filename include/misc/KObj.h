@@ -181,6 +181,8 @@ public:
   const CKGuid& Guid() const { return m_Guid; }
   void SetType(int n) { m_nType = n; }
   const char* NamePtr() const { return m_strName; }
+  // strName, or strName + " (n)" with the smallest n >= 2 no sibling uses
+  // when a sibling already carries strName.
   CKString CheckNameDuplicate(CKString& strName);
 
   // Display strings.
@@ -193,7 +195,13 @@ public:
   int GetParam1Int() const { return m_nParam1; }
   int GetRefs() const { return m_nRefs; }
 
-  // Children.
+  // Children. A child may have several fathers: each holding counts one ref
+  // (GetRefs), and the first father to take it is its main father
+  // (GetFather). Delete deletes the child even when others still hold it;
+  // Detach and DetachAll only let go of it; SetCount cuts or pads with null
+  // entries and deletes nothing. Free also drops the properties and display
+  // texts (the name stays) and clears every flag.
+  // Appends (nIndex -1) or inserts p, null allowed; the index used.
   int Add(CKObj* p, int nIndex = -1, int bNoFather = FALSE);
   void Set(int nIndex, CKObj* p);
   void SetCount(int n);
@@ -201,6 +209,7 @@ public:
   void Delete(int nIndex);
   void DeleteAll();
   CKObj* Detach(int nIndex);
+  // With bRec also from every subtree (bFirstOnly: the first one holding p).
   CKObj* Detach(CKObj* p, int bRec, int bFirstOnly);
   void DetachAll(int bKeepFather);
   void FreeChildren();
@@ -213,14 +222,20 @@ public:
 
   // Fathers (main-father chain).
   int GetFatherCount();
+  // nLevel steps up the main-father chain; null past the top.
   CKObj* GetFather(int nLevel = 0);
   CKObj* GetFatherOfType(int nType);
   int HasFather(CKObj* p);
   CKObj* GetRoot();
   int IsRoot();
+  // Adds every object of the subtree that holds p as a direct child.
   void FindParents(CKObj* p, CKPtrList<CKObj>& list, int bRec, int bClear);
 
-  // Find family.
+  // Find family: children in index order, with bRec depth-first pre-order;
+  // names match with the exact length, case-sensitively unless bNoCase (a
+  // null or empty name matches only an empty name). The list forms append
+  // and return the list's count. Find(p, pFather) gives p's index and the
+  // object holding it (this or the first descendant found), or -1.
   CKObj* Find(int nType, int bRec);
   int Find(int nType, CKPtrList<CKObj>& list, int bRec, int bClear);
   CKObj* Find(const char* szName, int bNoCase);
@@ -238,6 +253,10 @@ public:
   // Sorting.
   void __Qsort(int lo, int hi);
   int __Partition(int lo, int hi);
+  // Sorts the children of this object if it is marked with MarkSort and,
+  // with bRec, of every marked object below (Sort clears the children's
+  // marks as it goes); with bRec frames the run with separator lines and
+  // its timing at level 1024.
   void SortMarked(int bRec);
   void _SortMarked(int bRec);
 
@@ -252,6 +271,8 @@ public:
   int FindSelected();
   CKObj* GetSelectedObj(int bRec);
   void ClearSelection();
+  // Copies each child's single and multi selection into the
+  // KOBJ_SAVEDSELECTED / KOBJ_SAVEDMSELECTED flags.
   void SaveSelections();
   // Multi-selection (KOBJ_MSELECTED on the children).
   int IsMSelected() { return HasFlag(KOBJ_MSELECTED) ? TRUE : FALSE; }
@@ -284,19 +305,26 @@ public:
   void ClearFirstVisible();
   void ClearModified(int bRec);
 
-  // On-demand content.
+  // On-demand content: Load calls OnLoad once for a KOBJ_LOADABLE object
+  // (KOBJ_LOADED then set), Update loads first when not loaded yet and
+  // otherwise calls OnUpdate, Reload frees the children and loads again;
+  // each success calls the ObjRefresh hook.
   int Load(int n);
   int Update(int n);
   int Reload(int n);
   int Executed();
 
   // Copy.
+  // Copies members, properties and children (new keys); with bResolveLinks
+  // a link is copied as the object it points at. OnObjCopy may refuse a child.
   void CopyFrom(CKObj* pSource, int bResolveLinks);
 
   // Links pointing at this object.
   void RegisterLink(CObjLink* p) { m_Links.Add(p); }
   void RevokeLink(CObjLink* p) { m_Links.Remove(p); }
   int LinkCount() const { return m_Links.Count(); }
+  // Re-attaches every link among the children (with bRec in the subtree) to
+  // the live object its stored key names.
   void ResolveLinks(int bRec);
 
   // Properties.

@@ -106,8 +106,10 @@ public:
   ~CKXmlTree() override;
 
   CKXmlTreeNode* GetCurrentNode() const { return m_pCurrent; }
+  // Moves the cursor to p, which is not checked to be in this tree.
   int SetAsCurrentNode(CKXmlTreeNode* p);
   int SetRootAsCurrentNode();
+  // 0, cursor unchanged, at the root.
   int SetFatherAsCurrentNode();
   int SetChildAsCurrentNode(int i);
   // Upper-case rule (see the file comment).
@@ -139,12 +141,18 @@ public:
   CKString GetValueOfParam(int i) const { return m_pCurrent->CKListParamValue::GetValue(i); }
   CKString GetValueOfParam(const char* szName) const;
   void AddParamValue(const char* szName, const char* szValue);
+  // Appends every pair of pList to the current node's attributes.
   void SetParamValue(CKListParamValue* pList);
 
+  // Cursor to the root, which loses its children, attributes, name and value.
   void Init();
+  // The current node and its subtree as XML text: a line break before each
+  // start tag and after each end tag, nothing escaped.
   CKString GetXmlString() const;
   // Appends to s what GetXmlString() returns, without a copy of the text.
   void AppendXmlString(CKString& s) const;
+  // An indented description of the subtree for debugging, each line
+  // starting with szPrefix.
   CKString GetStringDescription(const char* szPrefix) const;
 
 protected:
@@ -163,6 +171,7 @@ public:
   // The declaration and the first top-level element only.
   CKString GetXmlString();
   CKString GetStringDescription() { return m_Tree.GetStringDescription(""); }
+  // Empties the tree and resets the parser for the next document.
   void InitDOM();
 
   int OnStart() override;
