@@ -41,55 +41,45 @@ void Run(benchmark::State& state, F f) {
   state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)(nTotal / nMsg * nMsg));
 }
 
-void BM_Md5_Kelvor(benchmark::State& state) {
-  Run(state, [](const unsigned char* p, size_t n) {
-    KMd5Data ctx;
-    unsigned char d[16];
-    KMd5Init(&ctx);
-    KMd5Update(&ctx, p, n);
-    KMd5Final(&ctx, d);
-    benchmark::DoNotOptimize(d);
-  });
-}
-
-void BM_Md5_OpenSSL(benchmark::State& state) {
-  Run(state, [](const unsigned char* p, size_t n) {
-    MD5_CTX ctx;
-    unsigned char d[16];
-    MD5_Init(&ctx);
-    MD5_Update(&ctx, p, n);
-    MD5_Final(d, &ctx);
-    benchmark::DoNotOptimize(d);
-  });
-}
-
-void Sha1Kelvor(const unsigned char* p, size_t n) {
-  KSha1Data ctx;
-  unsigned char d[20];
-  KSha1Init(&ctx);
-  KSha1Update(&ctx, (unsigned)n, p);
-  KSha1Digest(&ctx, 20, d);
+// One message through a digest's init, a single update and final.
+template <class Ctx, size_t N, class Init, class Update, class Final>
+void Hash(const unsigned char* p, size_t n, Init fInit, Update fUpdate, Final fFinal) {
+  Ctx ctx;
+  unsigned char d[N];
+  fInit(&ctx);
+  fUpdate(&ctx, p, n);
+  fFinal(&ctx, d);
   benchmark::DoNotOptimize(d);
 }
 
+void Md5Kelvor(const unsigned char* p, size_t n) {
+  Hash<KMd5Data, 16>(p, n, KMd5Init, KMd5Update, KMd5Final);
+}
+
+void Md5OpenSSL(const unsigned char* p, size_t n) {
+  Hash<MD5_CTX, 16>(p, n, MD5_Init, MD5_Update, [](MD5_CTX* c, unsigned char* d) { MD5_Final(d, c); });
+}
+
+void Sha1Kelvor(const unsigned char* p, size_t n) {
+  Hash<KSha1Data, 20>(
+      p, n, KSha1Init, [](KSha1Data* c, const unsigned char* q, size_t m) { KSha1Update(c, (unsigned)m, q); },
+      [](KSha1Data* c, unsigned char* d) { KSha1Digest(c, 20, d); });
+}
+
+void Sha1OpenSSL(const unsigned char* p, size_t n) {
+  Hash<SHA_CTX, 20>(p, n, SHA1_Init, SHA1_Update, [](SHA_CTX* c, unsigned char* d) { SHA1_Final(d, c); });
+}
+
+void BM_Md5_Kelvor(benchmark::State& state) { Run(state, Md5Kelvor); }
+void BM_Md5_OpenSSL(benchmark::State& state) { Run(state, Md5OpenSSL); }
 void BM_Sha1_Kelvor(benchmark::State& state) { Run(state, Sha1Kelvor); }
+void BM_Sha1_OpenSSL(benchmark::State& state) { Run(state, Sha1OpenSSL); }
 
 // The portable code alone, for reference (on machines with SHA instructions).
 void BM_Sha1_KelvorPortable(benchmark::State& state) {
   const int bWas = KSha1UseHardware(FALSE);
   Run(state, Sha1Kelvor);
   KSha1UseHardware(bWas);
-}
-
-void BM_Sha1_OpenSSL(benchmark::State& state) {
-  Run(state, [](const unsigned char* p, size_t n) {
-    SHA_CTX ctx;
-    unsigned char d[20];
-    SHA1_Init(&ctx);
-    SHA1_Update(&ctx, p, n);
-    SHA1_Final(d, &ctx);
-    benchmark::DoNotOptimize(d);
-  });
 }
 
 const int64_t kBig = 64 << 20;

@@ -13,13 +13,5 @@ pkgs=(g++ clang cmake ninja-build make pkg-config zlib1g-dev libgtest-dev libben
       g++-multilib lib32z1-dev googletest gzip python3 curl coreutils
       libxml2-dev libpugixml-dev libexpat1-dev libssl-dev libmsgpack-cxx-dev libcpp-httplib-dev wrk
       dpkg-dev file libcli11-dev nlohmann-json3-dev chromium)
-missing=()
-for p in "${pkgs[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
+source "$(dirname "${BASH_SOURCE[0]}")/packages.sh"
+install_missing "${pkgs[@]}"

@@ -14,16 +14,8 @@ jobs=${KELVOR_JOBS:-$(nproc)}
 
 # Installs what is missing (Debian 12, as root, like scripts/deps.sh).
 pkgs=(clang libclang-rt-14-dev cmake ninja-build zlib1g-dev)
-missing=()
-for p in "${pkgs[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
+source scripts/packages.sh
+install_missing "${pkgs[@]}"
 
 cmake -S . -B "$build" -G Ninja -DKELVOR_BUILD_FUZZ=ON -DKELVOR_BUILD_TESTS=OFF \
       -DKELVOR_BUILD_EXAMPLES=OFF -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \

@@ -16,16 +16,8 @@ jobs=$(nproc)
 
 pkgs=(g++-mingw-w64-x86-64 g++-mingw-w64-i686 libz-mingw-w64-dev wine64 cmake ninja-build python3
       googletest libcli11-dev nlohmann-json3-dev curl)
-missing=()
-for p in "${pkgs[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "Installing: ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
+source scripts/packages.sh
+install_missing "${pkgs[@]}"
 
 wine=/usr/lib/wine/wine64
 for arch in x86_64 i686; do

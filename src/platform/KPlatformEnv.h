@@ -8,13 +8,17 @@
 
 #include <string>
 
+#include "platform/KPlatformThread.h"
+
 namespace kplat {
 
-struct Mutex;
 // The lock around the process's environment and time-zone state: getenv,
 // setenv and the C library's time-zone conversions (which read TZ) are not
-// safe against each other.
-Mutex* EnvLock();
+// safe against each other. Never freed, so it outlives static destructors.
+inline Mutex* EnvLock() {
+  static Mutex* p = MutexNew();
+  return p;
+}
 
 // Environment variables: false when the variable does not exist.
 bool GetEnv(const char* szName, std::string& strValue);

@@ -14,11 +14,6 @@
 
 namespace kplat {
 
-Mutex* EnvLock() {
-  static Mutex* p = MutexNew();  // outlives static destructors
-  return p;
-}
-
 bool GetEnv(const char* szName, std::string& strValue) {
   if (!szName) return false;
   MutexGuard g(EnvLock());
