@@ -13,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 #include <new>
 #include <string>
 
@@ -164,6 +165,25 @@ inline char* Put4(char* p, int v) {
   p[2] = Digit(v / 10 % 10);
   p[3] = Digit(v % 10);
   return p + 4;
+}
+
+// Fixed-width decimal fields, each but the first after its separator.
+struct Field {
+  int v;
+  int nWidth;  // 2 or 4
+  char cSep;
+};
+
+CKString Fields(std::initializer_list<Field> fields) {
+  char buf[32];
+  char* p = buf;
+  for (const Field& f : fields) {
+    if (p != buf) *p++ = f.cSep;
+    p = f.nWidth == 4 ? Put4(p, f.v) : Put2(p, f.v);
+  }
+  CKString s;
+  memcpy(s.GetBufferSetLength((unsigned)(p - buf)), buf, (size_t)(p - buf));
+  return s;
 }
 
 CKString FormatHttpTm(const tm& t, int bLongDay) {
@@ -477,20 +497,8 @@ CKString CKDateTime::FormatZero(char cDate, char cTime1, char cTime2) const {
 }
 
 CKString CKDateTime::Format2(char cDate, char cTime) const {
-  char buf[17];
-  char* p = Put2(buf, m_nDay);
-  *p++ = cDate;
-  p = Put2(p, m_nMonth);
-  *p++ = cDate;
-  p = Put4(p, m_nYear);
-  *p++ = ' ';
-  p = Put2(p, m_nHour);
-  *p++ = cTime;
-  p = Put2(p, m_nMinute);
-  *p = 0;
-  CKString s;
-  memcpy(s.GetBufferSetLength(16), buf, 16);
-  return s;
+  return Fields({{m_nDay, 2, 0}, {m_nMonth, 2, cDate}, {m_nYear, 4, cDate}, {m_nHour, 2, ' '},
+                 {m_nMinute, 2, cTime}});
 }
 
 CKString CKDateTime::FormatShort() const {
@@ -506,22 +514,8 @@ CKString CKDateTime::FormatShortMySql() const {
 }
 
 CKString CKDateTime::FormatMySql() const {
-  char buf[20];
-  char* p = Put4(buf, m_nYear);
-  *p++ = '-';
-  p = Put2(p, m_nMonth);
-  *p++ = '-';
-  p = Put2(p, m_nDay);
-  *p++ = ' ';
-  p = Put2(p, m_nHour);
-  *p++ = ':';
-  p = Put2(p, m_nMinute);
-  *p++ = ':';
-  p = Put2(p, m_nSecond);
-  *p = 0;
-  CKString s;
-  memcpy(s.GetBufferSetLength(19), buf, 19);
-  return s;
+  return Fields({{m_nYear, 4, 0}, {m_nMonth, 2, '-'}, {m_nDay, 2, '-'}, {m_nHour, 2, ' '},
+                 {m_nMinute, 2, ':'}, {m_nSecond, 2, ':'}});
 }
 
 CKString CKDateTime::GetStrMonth() const {
