@@ -16,6 +16,7 @@
 
 #include "KAlloc.h"
 #include "KBlobStore.h"
+#include "KStringPool.h"
 
 // The separator of the text form's header lines and fields.
 static const char kSep = (char)0xFF;
@@ -118,10 +119,12 @@ int CKBlob::Decode(CKByteStream& bs) {
   const size_t nRoom = (size_t)(nLeft < n ? (nLeft < 0 ? 0 : nLeft) : n);
   x.Reserve(nRoom);
   KMEM_TRY((x.v.reserve(nRoom), 0));
+  // Texts are pooled only where their lengths can be checked first.
+  if (bs.File() && n > 0) x.pStrings = kstr::PoolNew();
   for (int i = 0; i < n; i++) {
     CKBlobElement* p = x.NewPooled();
     KMEM_TRY((x.v.push_back(p), 0));
-    if (!p->VariantDecode(bs, &p->m_strName)) {
+    if (!p->DecodeRecord(bs, x.pStrings)) {
       BlobDecodedDelete();
       return 0;
     }

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <atomic>
 #include <cwchar>
 #include <map>
 #include <string>
@@ -19,6 +20,7 @@
 #include <base/tools/KStr.h>
 
 #include "KListUtil.h"
+#include "KStringPool.h"
 #include "platform/KPlatform.h"
 
 namespace {
@@ -70,7 +72,104 @@ KStringData* NewBlock(uint32_t nCapacity) {
 
 bool IsWhite(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
+// A private heap block with d's text, sized as a copy made before a write.
+char* HeapCopy(const KStringData* d) {
+  KStringData* q = NewBlock(CKString::CapacityFor(d->nDataLength));
+  q->nDataLength = d->nDataLength;
+  memcpy(q->data(), (const char*)(d + 1), d->nDataLength + 1);
+  return q->data();
+}
+
 }  // namespace
+
+// ---------------------------------------------------------------- pool
+// Chunks are carved front to back; a text too long for a chunk's share gets
+// a chunk of its own. Holds are atomic: a pooled string may end on another
+// thread than the decoder that made it.
+struct KStringPool {
+  struct Chunk {
+    Chunk* pNext;
+  };
+  std::atomic<size_t> nHolds{1};
+  Chunk* pChunks = nullptr;
+  char* pCur = nullptr;
+  char* pEnd = nullptr;
+  size_t nNext = 64 * 1024;  // bytes of the next shared chunk
+};
+
+namespace {
+
+const size_t kPoolHead = sizeof(KStringPool*) + sizeof(KStringData);
+const size_t kPoolBig = 16 * 1024;  // longer texts get a chunk of their own
+const size_t kPoolMaxChunk = 1024 * 1024;
+
+KStringPool*& PoolOf(KStringData* d) { return *((KStringPool**)(void*)d - 1); }
+
+char* NewChunk(KStringPool* pool, size_t nBytes) {
+  const size_t nAll = sizeof(KStringPool::Chunk) + nBytes;
+  KStringPool::Chunk* c = (KStringPool::Chunk*)malloc(nAll);
+  if (!c) NoMemory(nAll, __LINE__);
+  c->pNext = pool->pChunks;
+  pool->pChunks = c;
+  return (char*)(c + 1);
+}
+
+void PoolDrop(KStringPool* pool) {
+  if (pool->nHolds.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  for (KStringPool::Chunk* c = pool->pChunks; c;) {
+    KStringPool::Chunk* pNext = c->pNext;
+    free(c);
+    c = pNext;
+  }
+  delete pool;
+}
+
+}  // namespace
+
+struct KStringPoolAccess {
+  static void Set(CKString& s, char* p) {
+    s.Release();
+    s.m_pchData = p;
+  }
+};
+
+KStringPool* kstr::PoolNew() {
+  KStringPool* p = new (std::nothrow) KStringPool;
+  if (!p) NoMemory(sizeof(KStringPool), __LINE__);
+  return p;
+}
+
+void kstr::PoolRelease(KStringPool* pPool) {
+  if (pPool) PoolDrop(pPool);
+}
+
+char* kstr::PoolCarve(KStringPool* pool, CKString& s, uint32_t n) {
+  LenSum(n, 0);
+  const size_t a = sizeof(KStringPool*);
+  const size_t nBytes = (kPoolHead + n + 1 + a - 1) / a * a;
+  char* pBlock;
+  if (nBytes > kPoolBig) {
+    pBlock = NewChunk(pool, nBytes);
+  } else {
+    if ((size_t)(pool->pEnd - pool->pCur) < nBytes) {
+      pool->pCur = NewChunk(pool, pool->nNext);
+      pool->pEnd = pool->pCur + pool->nNext;
+      if (pool->nNext < kPoolMaxChunk) pool->nNext *= 2;
+    }
+    pBlock = pool->pCur;
+    pool->pCur += nBytes;
+  }
+  KStringData* d = (KStringData*)(pBlock + sizeof(KStringPool*));
+  PoolOf(d) = pool;
+  d->nDataLength = n;
+  d->nAllocLength = CKString::CapacityFor(n);  // what a heap block of n would report
+  d->nRefs = 0;
+  d->data()[n] = 0;
+  // Only the decoding thread knows the pool while it is being filled.
+  pool->nHolds.store(pool->nHolds.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  KStringPoolAccess::Set(s, d->data());
+  return d->data();
+}
 
 uint32_t CKString::CapacityFor(uint32_t n) {
   if (n <= 31) return 32;
@@ -90,7 +189,13 @@ void CKString::Init() { m_pchData = g_pchNil; }
 void CKString::Release() {
   if (!IsStaticEmpty()) {
     KStringData* p = GetData();
-    if (--p->nRefs == 0) free(p);
+    const uint32_t n = p->nRefs;
+    if (n > 1)
+      p->nRefs = n - 1;
+    else if (n == 1)
+      free(p);
+    else
+      PoolDrop(PoolOf(p));
     m_pchData = g_pchNil;
   }
 }
@@ -106,13 +211,12 @@ void CKString::AllocBuffer(uint32_t n) {
 
 void CKString::CopyBeforeWrite() {
   if (IsStaticEmpty()) return;
+  // Shared or pooled: the text moves to a private heap block.
   KStringData* p = GetData();
-  if (p->nRefs > 1) {
-    KStringData* q = NewBlock(CapacityFor(p->nDataLength));
-    q->nDataLength = p->nDataLength;
-    memcpy(q->data(), p->data(), p->nDataLength + 1);
-    --p->nRefs;
-    m_pchData = q->data();
+  if (p->nRefs != 1) {
+    char* q = HeapCopy(p);
+    Release();
+    m_pchData = q;
   }
 }
 
@@ -147,12 +251,12 @@ void CKString::Reserve(uint32_t n) {
     return;
   }
   KStringData* p = GetData();
-  if (p->nRefs > 1) {
+  if (p->nRefs != 1) {
     uint32_t nLen = p->nDataLength;
     KStringData* q = NewBlock(CapacityFor(n > nLen ? n : nLen));
     q->nDataLength = nLen;
     memcpy(q->data(), p->data(), nLen + 1);
-    --p->nRefs;
+    Release();
     m_pchData = q->data();
     return;
   }
@@ -225,7 +329,13 @@ CKString::CKString() { Init(); }
 
 CKString::CKString(const CKString& s) {
   m_pchData = s.m_pchData;
-  if (!IsStaticEmpty()) ++GetData()->nRefs;
+  if (!IsStaticEmpty()) {
+    KStringData* d = GetData();
+    if (d->nRefs)
+      ++d->nRefs;
+    else
+      m_pchData = HeapCopy(d);
+  }
 }
 
 CKString::CKString(const char* s) {
@@ -258,7 +368,13 @@ CKString::~CKString() { Release(); }
 CKString& CKString::operator=(const CKString& s) {
   if (m_pchData != s.m_pchData) {
     char* pNew = s.m_pchData;
-    if (pNew != g_pchNil) ++(((KStringData*)pNew) - 1)->nRefs;
+    if (pNew != g_pchNil) {
+      KStringData* d = ((KStringData*)pNew) - 1;
+      if (d->nRefs)
+        ++d->nRefs;
+      else
+        pNew = HeapCopy(d);
+    }
     Release();
     m_pchData = pNew;
   }

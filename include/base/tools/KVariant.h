@@ -16,6 +16,7 @@
 
 class CKFile;
 class CKByteStream;
+struct KStringPool;
 
 // Type tags.
 enum {
@@ -234,7 +235,9 @@ protected:
     SetPtr(p);
     m_nType = nType;
   }
-  int DecodeAt(CKByteStream& bs, CKString* pName, int nDepth);
+  // With pPool, the name and the texts are carved from it (file-backed
+  // streams only, where each length can be checked against what remains).
+  int DecodeAt(CKByteStream& bs, CKString* pName, int nDepth, KStringPool* pPool = nullptr);
   int EncodeAt(CKByteStream& bs, const char* szName, int nDepth) const;
 
   __int64 m_nValue;
