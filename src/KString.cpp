@@ -87,7 +87,7 @@ char* HeapCopy(const KStringData* d) {
 // a chunk of its own. Holds are atomic: a pooled string may end on another
 // thread than the decoder that made it.
 struct KStringPool {
-  struct Chunk {
+  struct alignas(8) Chunk {  // keeps what follows 8-aligned
     Chunk* pNext;
   };
   std::atomic<size_t> nHolds{1};
@@ -125,6 +125,18 @@ void PoolDrop(KStringPool* pool) {
 }
 
 }  // namespace
+
+void* kstr::PoolRaw(KStringPool* pool, size_t n) {
+  const size_t nBytes = (n + 7) / 8 * 8;
+  char* p = (char*)(((uintptr_t)pool->pCur + 7) & ~(uintptr_t)7);
+  if (!pool->pCur || (size_t)(pool->pEnd - pool->pCur) < nBytes + 8) {
+    p = NewChunk(pool, pool->nNext);  // malloc's alignment covers 8
+    pool->pEnd = p + pool->nNext;
+    if (pool->nNext < kPoolMaxChunk) pool->nNext *= 2;
+  }
+  pool->pCur = p + nBytes;
+  return p;
+}
 
 struct KStringPoolAccess {
   static void Set(CKString& s, char* p) {

@@ -10,6 +10,7 @@
 #ifndef KELVOR_KSTRINGPOOL_H
 #define KELVOR_KSTRINGPOOL_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include <base/tools/KString.h>
@@ -24,6 +25,9 @@ void PoolRelease(KStringPool* pPool);
 // s becomes a pooled text of n characters (terminator written, length n);
 // the characters to fill in. n must be at least 1.
 char* PoolCarve(KStringPool* pPool, CKString& s, uint32_t n);
+// n bytes, 8-aligned, that stay until the pool is freed; for objects that
+// are destroyed in place before their pool's owner lets it go.
+void* PoolRaw(KStringPool* pPool, size_t n);
 }  // namespace kstr
 
 #endif  // KELVOR_KSTRINGPOOL_H

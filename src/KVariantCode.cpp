@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include <base/tools/KByteStream.h>
 #include <base/tools/KDebug.h>
@@ -213,6 +214,13 @@ int CKVariant::DecodeAt(CKByteStream& bs, CKString* pName, int nDepth, KStringPo
       return 1;
     }
     case KVT_STRING: {
+      if (nDepth == 0 && pPool && bs.File()) {
+        Store(new (kstr::PoolRaw(pPool, sizeof(CKString))) CKString, t);
+        m_bPooled = 1;
+        if (ReadText(bs, *(CKString*)Ptr(), pPool)) return 1;
+        VariantDelete();
+        return 0;
+      }
       std::unique_ptr<CKString> s(new CKString);
       if (!ReadText(bs, *s, pPool)) return 0;
       Store(s.release(), t);
@@ -220,6 +228,14 @@ int CKVariant::DecodeAt(CKByteStream& bs, CKString* pName, int nDepth, KStringPo
     }
     case KVT_LIST:
     case KVT_FASTLIST: {
+      // A fast list comes back as a list.
+      if (nDepth == 0 && pPool && bs.File()) {
+        Store(new (kstr::PoolRaw(pPool, sizeof(CKList))) CKList, KVT_LIST);
+        m_bPooled = 1;
+        if (ReadList(bs, *(CKList*)Ptr(), pPool)) return 1;
+        VariantDelete();
+        return 0;
+      }
       std::unique_ptr<CKList> l(new CKList);
       if (!ReadList(bs, *l, pPool)) return 0;
       Store(l.release(), KVT_LIST);  // a fast list comes back as a list

@@ -565,6 +565,7 @@ TEST(KBlobEncode, DecodedTextsAreOwnedByWhateverHoldsThem) {
   CKList borrowed;
   CKList* pTaken = nullptr;
   CKBlobMemory other;
+  CKVariant kept;
   {
     CKBlobMemory b;
     FromBytes(b, bytes);
@@ -592,6 +593,7 @@ TEST(KBlobEncode, DecodedTextsAreOwnedByWhateverHoldsThem) {
     EXPECT_STREQ("text2", e->m_strName.GetString());
     EXPECT_STREQ("INT", b.BlobElementName(b.BlobElementIndex("int")));
     EXPECT_TRUE(b.SetElement("dbl", "over"));
+    e->Detach(kept);
     EXPECT_TRUE(b.SetElement("text2", 7));
     CKString s;
     EXPECT_TRUE(b.GetElement("dbl", s));
@@ -601,6 +603,7 @@ TEST(KBlobEncode, DecodedTextsAreOwnedByWhateverHoldsThem) {
   EXPECT_STREQ("text", name.GetString());
   EXPECT_STREQ("t\xFFz\r\n", text.GetString());
   EXPECT_STREQ("x\ny", item.GetString());
+  EXPECT_STREQ("Q\xFFz\r\n", kept.GetText().GetString());
   ASSERT_NE(nullptr, pTaken);
   ASSERT_EQ(2, pTaken->Count());
   EXPECT_STREQ("x\ny", pTaken->Get(0).GetString());

@@ -242,8 +242,13 @@ protected:
 
   __int64 m_nValue;
   char m_nType;
+  // The value object (a text or a list, decoded at the top of a binary blob)
+  // lives in a decoder's pool: it is destroyed in place and becomes a heap
+  // object before it is handed to anyone.
+  char m_bPooled = 0;
 
 private:
+  void Unpool();
   void SetScalar(const void* p, unsigned nSize, char nType);
   int GetScalar(void* p, unsigned nSize, char nType) const;
   void Box(const CKVariant& v);
