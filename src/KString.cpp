@@ -70,6 +70,10 @@ KStringData* NewBlock(uint32_t nCapacity) {
   return p;
 }
 
+// The test behind IsStaticEmpty, which the library's own calls (an exported
+// member) would otherwise make out of line.
+inline bool IsNil(const char* p) { return p == g_pchNil; }
+
 bool IsWhite(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 // A private heap block with d's text, sized as a copy made before a write.
@@ -199,7 +203,7 @@ bool CKString::IsStaticEmpty() const { return m_pchData == g_pchNil; }
 void CKString::Init() { m_pchData = g_pchNil; }
 
 void CKString::Release() {
-  if (!IsStaticEmpty()) {
+  if (!IsNil(m_pchData)) {
     KStringData* p = GetData();
     const uint32_t n = p->nRefs;
     if (n > 1)
@@ -222,7 +226,7 @@ void CKString::AllocBuffer(uint32_t n) {
 }
 
 void CKString::CopyBeforeWrite() {
-  if (IsStaticEmpty()) return;
+  if (IsNil(m_pchData)) return;
   // Shared or pooled: the text moves to a private heap block.
   KStringData* p = GetData();
   if (p->nRefs != 1) {
@@ -285,7 +289,7 @@ void CKString::Reserve(uint32_t n) {
 void CKString::AssignCopy(uint32_t n, const char* p) {
   if (n == 0) {
     // Keep a private block (length 0); share-nothing otherwise.
-    if (!IsStaticEmpty() && GetData()->nRefs == 1) {
+    if (!IsNil(m_pchData) && GetData()->nRefs == 1) {
       GetData()->nDataLength = 0;
       m_pchData[0] = 0;
     } else {
@@ -293,7 +297,7 @@ void CKString::AssignCopy(uint32_t n, const char* p) {
     }
     return;
   }
-  if (!IsStaticEmpty() && GetData()->nRefs == 1 && n + 1 <= GetData()->nAllocLength) {
+  if (!IsNil(m_pchData) && GetData()->nRefs == 1 && n + 1 <= GetData()->nAllocLength) {
     memmove(m_pchData, p, n);
   } else {
     char* pOld = m_pchData;
@@ -341,7 +345,7 @@ CKString::CKString() { Init(); }
 
 CKString::CKString(const CKString& s) {
   m_pchData = s.m_pchData;
-  if (!IsStaticEmpty()) {
+  if (!IsNil(m_pchData)) {
     KStringData* d = GetData();
     if (d->nRefs)
       ++d->nRefs;
@@ -563,14 +567,14 @@ void CKString::SetAt(unsigned i, char c) {
 
 char* CKString::GetBuffer(unsigned n) {
   uint32_t nLen = GetLength();
-  if (IsStaticEmpty() && n == 0) return m_pchData;
+  if (IsNil(m_pchData) && n == 0) return m_pchData;
   Reserve(n > nLen ? n : nLen);
   return m_pchData;
 }
 
 char* CKString::GetBufferSetLength(unsigned n) {
   GetBuffer(n);
-  if (!IsStaticEmpty()) {
+  if (!IsNil(m_pchData)) {
     GetData()->nDataLength = n;
     m_pchData[n] = 0;
   }
@@ -578,7 +582,7 @@ char* CKString::GetBufferSetLength(unsigned n) {
 }
 
 void CKString::ReleaseBuffer() {
-  if (IsStaticEmpty()) return;
+  if (IsNil(m_pchData)) return;
   CopyBeforeWrite();
   // A caller that wrote over the last byte still gets a terminated text.
   KStringData* d = GetData();
@@ -589,7 +593,7 @@ void CKString::ReleaseBuffer() {
 }
 
 void CKString::ReleaseBuffer(unsigned n) {
-  if (IsStaticEmpty()) {
+  if (IsNil(m_pchData)) {
     KASSERT(n==0||n==0xFFFFFFFF);
     return;
   }
@@ -1179,7 +1183,7 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
   }
   // Texts read from this string's own block (the format or a %s argument)
   // must outlive the write, which may move or overwrite the block.
-  const char* pOwn = IsStaticEmpty() ? nullptr : m_pchData;
+  const char* pOwn = IsNil(m_pchData) ? nullptr : m_pchData;
   const char* pOwnEnd = pOwn ? pOwn + GetData()->nAllocLength : nullptr;
   bool bAlias = pOwn && szFormat >= pOwn && szFormat < pOwnEnd;
 
