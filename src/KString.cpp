@@ -3,13 +3,13 @@
 
 #include <base/tools/KString.h>
 
+#include <atomic>
 #include <cctype>
 #include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <atomic>
 #include <cwchar>
 #include <map>
 #include <string>
