@@ -12,6 +12,7 @@
 
 #include "KAlloc.h"
 #include "KBlobStore.h"
+#include "KStringPool.h"
 
 // ---------------------------------------------------------------- element store
 namespace {
@@ -130,6 +131,8 @@ void KBlobElements::Clear() {
   tail.clear();
   for (const Block& b : pool) ::operator delete(b.p);
   pool.clear();
+  kstr::PoolRelease(pStrings);
+  pStrings = nullptr;
   slots.clear();
   nUsed = 0;
   bStale = true;

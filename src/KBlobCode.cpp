@@ -16,6 +16,8 @@
 
 #include "KAlloc.h"
 #include "KBlobStore.h"
+#include "KStringPool.h"
+#include "KVariantImpl.h"
 
 // The separator of the text form's header lines and fields.
 static const char kSep = (char)0xFF;
@@ -26,6 +28,58 @@ static const int kMaxDepth = 64;
 // Kinds whose expected size reports nothing and whose encoding logs nothing
 // on success: the sizes of a run of these may be summed while writing.
 static bool Quiet(int t) { return t >= 0 && t <= 21 && t != 5 && (t < 7 || t > 12) && t != 17; }
+
+// The record of an element of a common quiet kind, written with its
+// expected size added to nSize in the same visit (the figures of
+// GetEncodedSize, the bytes of VariantEncode); -1 for the other kinds.
+static int EncodeCommon(CKByteStream& bs, const CKBlobElement& e, __int64& nSize) {
+  const char t = e.Type();
+  if (t != KVT_EMPTY && t != KVT_STRING && t != KVT_LIST && t != KVT_INT && t != KVT_DOUBLE &&
+      t != KVT_FLOAT && t != KVT_UINT64)
+    return -1;
+  __int64 n = 4 + ((__int64)e.m_strName.GetLength() + 5);
+  if (!bs.Put((int)t) || !bs.Put(e.m_strName.GetString())) return 0;
+  int bOk = 1;
+  if (const CKString* s = e.GetString()) {
+    n += (__int64)s->GetLength() + 5;
+    bOk = bs.Put(s->GetString());
+  } else if (const CKList* l = e.GetList()) {
+    const int nItems = l->Count();
+    n += 4;
+    bOk = bs.Put(nItems);
+    for (int i = 0; bOk && i < nItems; i++) {
+      const CKString* q = kvariant::ListStr(*l, i);
+      n += (__int64)q->GetLength() + 5;
+      bOk = bs.Put(q->GetString());
+    }
+  } else if (t == KVT_STRING) {
+    n += 5;  // a text variant without its object counts as empty, writes a 0 length
+    bOk = bs.Put((int)0);
+  } else if (t == KVT_LIST) {
+    n += 4;
+    bOk = bs.Put((int)0);
+  } else if (t == KVT_INT) {
+    n += 4;
+    bOk = bs.Put(e.GetInt32());
+  } else if (t == KVT_FLOAT) {
+    n += 4;
+    float f = 0;  // copied bytewise: no FPU load may quiet a NaN's payload
+    e.Get(f);
+    bOk = bs.Put(&f, 4);
+  } else if (t == KVT_DOUBLE) {
+    n += 8;
+    double d = 0;
+    e.Get(d);
+    bOk = bs.Put(&d, 8);
+  } else if (t == KVT_UINT64) {
+    n += 8;
+    unsigned __int64 u = 0;
+    e.Get(u);
+    bOk = bs.PutINT64((__int64)u);
+  }
+  nSize += n;
+  return bOk;
+}
 
 int CKBlob::Encode(CKByteStream& bs) {
   __int64 fullsize = -1;
@@ -55,6 +109,10 @@ int CKBlob::EncodeSized(CKByteStream& bs, __int64& fullsize) {
   for (size_t i = 0; i < v.size(); i++) {
     kblob::Ahead(v, i);
     const CKBlobElement* p = v[i];
+    __int64 nUnused = 0;
+    const int r = EncodeCommon(bs, *p, bSumming ? fullsize : nUnused);
+    if (r == 1) continue;
+    if (r == 0) return fail();
     if (bSumming) {
       if (Quiet(p->Type())) {
         fullsize += p->GetEncodedSize();
@@ -118,10 +176,12 @@ int CKBlob::Decode(CKByteStream& bs) {
   const size_t nRoom = (size_t)(nLeft < n ? (nLeft < 0 ? 0 : nLeft) : n);
   x.Reserve(nRoom);
   KMEM_TRY((x.v.reserve(nRoom), 0));
+  // Texts are pooled only where their lengths can be checked first.
+  if (bs.File() && n > 0) x.pStrings = kstr::PoolNew();
   for (int i = 0; i < n; i++) {
     CKBlobElement* p = x.NewPooled();
     KMEM_TRY((x.v.push_back(p), 0));
-    if (!p->VariantDecode(bs, &p->m_strName)) {
+    if (!p->DecodeRecord(bs, x.pStrings)) {
       BlobDecodedDelete();
       return 0;
     }

@@ -23,7 +23,8 @@ int ImageCopyToMem(const CKFile& f, CKMem& mem);
 // v is sorted wait in tail and are merged in before anyone looks at
 // positions (Place), so building a blob in any order costs a sort, not a
 // memmove per insertion. Elements are constructed in pool blocks that go
-// away with the store; a destroyed element's slot is reused.
+// away with the store; a destroyed element's slot is reused. A binary decode
+// also carves the elements' texts from one string pool.
 struct KBlobElements {
   std::vector<CKBlobElement*> v;
   std::vector<CKBlobElement*> tail;
@@ -47,6 +48,9 @@ struct KBlobElements {
   };
   std::vector<Block> pool;
   std::vector<void*> freed;  // slots of destroyed elements
+  // Names and texts of a binary decode (src/KStringPool.h); held by the store
+  // and by each string carved from it.
+  KStringPool* pStrings = nullptr;
   __int64 nSizeHint = -1;     // bytes of the last binary encoding, to pre-size the next
 
   KBlobElements() = default;

@@ -3,6 +3,7 @@
 
 #include <base/tools/KString.h>
 
+#include <atomic>
 #include <cctype>
 #include <climits>
 #include <cmath>
@@ -19,6 +20,7 @@
 #include <base/tools/KStr.h>
 
 #include "KListUtil.h"
+#include "KStringPool.h"
 #include "platform/KPlatform.h"
 
 namespace {
@@ -68,9 +70,122 @@ KStringData* NewBlock(uint32_t nCapacity) {
   return p;
 }
 
+// The test behind IsStaticEmpty, which the library's own calls (an exported
+// member) would otherwise make out of line.
+inline bool IsNil(const char* p) { return p == g_pchNil; }
+
 bool IsWhite(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
+// A private heap block with d's text, sized as a copy made before a write.
+char* HeapCopy(const KStringData* d) {
+  KStringData* q = NewBlock(CKString::CapacityFor(d->nDataLength));
+  q->nDataLength = d->nDataLength;
+  memcpy(q->data(), (const char*)(d + 1), d->nDataLength + 1);
+  return q->data();
+}
+
 }  // namespace
+
+// ---------------------------------------------------------------- pool
+// Chunks are carved front to back; a text too long for a chunk's share gets
+// a chunk of its own. Holds are atomic: a pooled string may end on another
+// thread than the decoder that made it.
+struct KStringPool {
+  struct alignas(8) Chunk {  // keeps what follows 8-aligned
+    Chunk* pNext;
+  };
+  std::atomic<size_t> nHolds{1};
+  Chunk* pChunks = nullptr;
+  char* pCur = nullptr;
+  char* pEnd = nullptr;
+  size_t nNext = 64 * 1024;  // bytes of the next shared chunk
+};
+
+namespace {
+
+const size_t kPoolHead = sizeof(KStringPool*) + sizeof(KStringData);
+const size_t kPoolBig = 16 * 1024;  // longer texts get a chunk of their own
+const size_t kPoolMaxChunk = 1024 * 1024;
+
+KStringPool*& PoolOf(KStringData* d) { return *((KStringPool**)(void*)d - 1); }
+
+char* NewChunk(KStringPool* pool, size_t nBytes) {
+  const size_t nAll = sizeof(KStringPool::Chunk) + nBytes;
+  KStringPool::Chunk* c = (KStringPool::Chunk*)malloc(nAll);
+  if (!c) NoMemory(nAll, __LINE__);
+  c->pNext = pool->pChunks;
+  pool->pChunks = c;
+  return (char*)(c + 1);
+}
+
+void PoolDrop(KStringPool* pool) {
+  if (pool->nHolds.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  for (KStringPool::Chunk* c = pool->pChunks; c;) {
+    KStringPool::Chunk* pNext = c->pNext;
+    free(c);
+    c = pNext;
+  }
+  delete pool;
+}
+
+}  // namespace
+
+void* kstr::PoolRaw(KStringPool* pool, size_t n) {
+  const size_t nBytes = (n + 7) / 8 * 8;
+  char* p = (char*)(((uintptr_t)pool->pCur + 7) & ~(uintptr_t)7);
+  if (!pool->pCur || (size_t)(pool->pEnd - pool->pCur) < nBytes + 8) {
+    p = NewChunk(pool, pool->nNext);  // malloc's alignment covers 8
+    pool->pEnd = p + pool->nNext;
+    if (pool->nNext < kPoolMaxChunk) pool->nNext *= 2;
+  }
+  pool->pCur = p + nBytes;
+  return p;
+}
+
+struct KStringPoolAccess {
+  static void Set(CKString& s, char* p) {
+    s.Release();
+    s.m_pchData = p;
+  }
+};
+
+KStringPool* kstr::PoolNew() {
+  KStringPool* p = new (std::nothrow) KStringPool;
+  if (!p) NoMemory(sizeof(KStringPool), __LINE__);
+  return p;
+}
+
+void kstr::PoolRelease(KStringPool* pPool) {
+  if (pPool) PoolDrop(pPool);
+}
+
+char* kstr::PoolCarve(KStringPool* pool, CKString& s, uint32_t n) {
+  LenSum(n, 0);
+  const size_t a = sizeof(KStringPool*);
+  const size_t nBytes = (kPoolHead + n + 1 + a - 1) / a * a;
+  char* pBlock;
+  if (nBytes > kPoolBig) {
+    pBlock = NewChunk(pool, nBytes);
+  } else {
+    if ((size_t)(pool->pEnd - pool->pCur) < nBytes) {
+      pool->pCur = NewChunk(pool, pool->nNext);
+      pool->pEnd = pool->pCur + pool->nNext;
+      if (pool->nNext < kPoolMaxChunk) pool->nNext *= 2;
+    }
+    pBlock = pool->pCur;
+    pool->pCur += nBytes;
+  }
+  KStringData* d = (KStringData*)(pBlock + sizeof(KStringPool*));
+  PoolOf(d) = pool;
+  d->nDataLength = n;
+  d->nAllocLength = CKString::CapacityFor(n);  // what a heap block of n would report
+  d->nRefs = 0;
+  d->data()[n] = 0;
+  // Only the decoding thread knows the pool while it is being filled.
+  pool->nHolds.store(pool->nHolds.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+  KStringPoolAccess::Set(s, d->data());
+  return d->data();
+}
 
 uint32_t CKString::CapacityFor(uint32_t n) {
   if (n <= 31) return 32;
@@ -88,9 +203,15 @@ bool CKString::IsStaticEmpty() const { return m_pchData == g_pchNil; }
 void CKString::Init() { m_pchData = g_pchNil; }
 
 void CKString::Release() {
-  if (!IsStaticEmpty()) {
+  if (!IsNil(m_pchData)) {
     KStringData* p = GetData();
-    if (--p->nRefs == 0) free(p);
+    const uint32_t n = p->nRefs;
+    if (n > 1)
+      p->nRefs = n - 1;
+    else if (n == 1)
+      free(p);
+    else
+      PoolDrop(PoolOf(p));
     m_pchData = g_pchNil;
   }
 }
@@ -105,14 +226,13 @@ void CKString::AllocBuffer(uint32_t n) {
 }
 
 void CKString::CopyBeforeWrite() {
-  if (IsStaticEmpty()) return;
+  if (IsNil(m_pchData)) return;
+  // Shared or pooled: the text moves to a private heap block.
   KStringData* p = GetData();
-  if (p->nRefs > 1) {
-    KStringData* q = NewBlock(CapacityFor(p->nDataLength));
-    q->nDataLength = p->nDataLength;
-    memcpy(q->data(), p->data(), p->nDataLength + 1);
-    --p->nRefs;
-    m_pchData = q->data();
+  if (p->nRefs != 1) {
+    char* q = HeapCopy(p);
+    Release();
+    m_pchData = q;
   }
 }
 
@@ -147,12 +267,12 @@ void CKString::Reserve(uint32_t n) {
     return;
   }
   KStringData* p = GetData();
-  if (p->nRefs > 1) {
+  if (p->nRefs != 1) {
     uint32_t nLen = p->nDataLength;
     KStringData* q = NewBlock(CapacityFor(n > nLen ? n : nLen));
     q->nDataLength = nLen;
     memcpy(q->data(), p->data(), nLen + 1);
-    --p->nRefs;
+    Release();
     m_pchData = q->data();
     return;
   }
@@ -169,7 +289,7 @@ void CKString::Reserve(uint32_t n) {
 void CKString::AssignCopy(uint32_t n, const char* p) {
   if (n == 0) {
     // Keep a private block (length 0); share-nothing otherwise.
-    if (!IsStaticEmpty() && GetData()->nRefs == 1) {
+    if (!IsNil(m_pchData) && GetData()->nRefs == 1) {
       GetData()->nDataLength = 0;
       m_pchData[0] = 0;
     } else {
@@ -177,7 +297,7 @@ void CKString::AssignCopy(uint32_t n, const char* p) {
     }
     return;
   }
-  if (!IsStaticEmpty() && GetData()->nRefs == 1 && n + 1 <= GetData()->nAllocLength) {
+  if (!IsNil(m_pchData) && GetData()->nRefs == 1 && n + 1 <= GetData()->nAllocLength) {
     memmove(m_pchData, p, n);
   } else {
     char* pOld = m_pchData;
@@ -225,7 +345,13 @@ CKString::CKString() { Init(); }
 
 CKString::CKString(const CKString& s) {
   m_pchData = s.m_pchData;
-  if (!IsStaticEmpty()) ++GetData()->nRefs;
+  if (!IsNil(m_pchData)) {
+    KStringData* d = GetData();
+    if (d->nRefs)
+      ++d->nRefs;
+    else
+      m_pchData = HeapCopy(d);
+  }
 }
 
 CKString::CKString(const char* s) {
@@ -258,7 +384,13 @@ CKString::~CKString() { Release(); }
 CKString& CKString::operator=(const CKString& s) {
   if (m_pchData != s.m_pchData) {
     char* pNew = s.m_pchData;
-    if (pNew != g_pchNil) ++(((KStringData*)pNew) - 1)->nRefs;
+    if (pNew != g_pchNil) {
+      KStringData* d = ((KStringData*)pNew) - 1;
+      if (d->nRefs)
+        ++d->nRefs;
+      else
+        pNew = HeapCopy(d);
+    }
     Release();
     m_pchData = pNew;
   }
@@ -435,14 +567,14 @@ void CKString::SetAt(unsigned i, char c) {
 
 char* CKString::GetBuffer(unsigned n) {
   uint32_t nLen = GetLength();
-  if (IsStaticEmpty() && n == 0) return m_pchData;
+  if (IsNil(m_pchData) && n == 0) return m_pchData;
   Reserve(n > nLen ? n : nLen);
   return m_pchData;
 }
 
 char* CKString::GetBufferSetLength(unsigned n) {
   GetBuffer(n);
-  if (!IsStaticEmpty()) {
+  if (!IsNil(m_pchData)) {
     GetData()->nDataLength = n;
     m_pchData[n] = 0;
   }
@@ -450,7 +582,7 @@ char* CKString::GetBufferSetLength(unsigned n) {
 }
 
 void CKString::ReleaseBuffer() {
-  if (IsStaticEmpty()) return;
+  if (IsNil(m_pchData)) return;
   CopyBeforeWrite();
   // A caller that wrote over the last byte still gets a terminated text.
   KStringData* d = GetData();
@@ -461,7 +593,7 @@ void CKString::ReleaseBuffer() {
 }
 
 void CKString::ReleaseBuffer(unsigned n) {
-  if (IsStaticEmpty()) {
+  if (IsNil(m_pchData)) {
     KASSERT(n==0||n==0xFFFFFFFF);
     return;
   }
@@ -1051,7 +1183,7 @@ void CKString::FormatV(const char* szFormat, va_list argList) {
   }
   // Texts read from this string's own block (the format or a %s argument)
   // must outlive the write, which may move or overwrite the block.
-  const char* pOwn = IsStaticEmpty() ? nullptr : m_pchData;
+  const char* pOwn = IsNil(m_pchData) ? nullptr : m_pchData;
   const char* pOwnEnd = pOwn ? pOwn + GetData()->nAllocLength : nullptr;
   bool bAlias = pOwn && szFormat >= pOwn && szFormat < pOwnEnd;
 

@@ -25,6 +25,12 @@ enum {
 
 using namespace kvariant;
 
+// Tags whose value is the slot itself: nothing to copy deeply or release.
+static bool IsScalar(char t) {
+  return t == KVT_EMPTY || t == KVT_INT || t == KVT_DOUBLE || t == KVT_FLOAT || t == KVT_UINT64 ||
+         t == KVT_INT64 || t == KVT_UINT32;
+}
+
 // ---------------------------------------------------------------- construction
 CKVariant::CKVariant(int n) : m_nValue(0), m_nType(0) { Set(n); }
 CKVariant::CKVariant(unsigned int n) : m_nValue(0), m_nType(0) { Set(n); }
@@ -217,6 +223,7 @@ int CKVariant::Get(CKVariant& out) {
 // takes it and this variant becomes empty.
 void* CKVariant::Take(char nType, int bDetach) {
   if (m_nType != nType) return nullptr;
+  if (bDetach) Unpool();
   void* p = Ptr();
   if (bDetach) {
     m_nValue = 0;
@@ -253,6 +260,7 @@ void CKVariant::Box(const CKVariant& v) {
 
 void CKVariant::Detach(CKVariant& target) {
   if (&target == this) return;
+  Unpool();
   target.VariantDelete();
   target.m_nValue = m_nValue;
   target.m_nType = m_nType;
@@ -267,16 +275,12 @@ void CKVariant::VariantInternalCopy(const CKVariant& v) {
   m_nType = 0;
   const void* src = v.Ptr();
   void* p = nullptr;
+  if (IsScalar(v.m_nType)) {
+    m_nValue = v.m_nValue;
+    m_nType = v.m_nType;
+    return;
+  }
   switch (v.m_nType) {
-    case KVT_EMPTY:
-    case KVT_INT:
-    case KVT_DOUBLE:
-    case KVT_FLOAT:
-    case KVT_UINT64:
-    case KVT_INT64:
-    case KVT_UINT32:
-      m_nValue = v.m_nValue;
-      break;
 #define KVARIANT_COPY(TAG, X, LINE)                                   \
   case TAG:                                                           \
     if (src) {                                                        \
@@ -311,16 +315,39 @@ void CKVariant::VariantInternalCopy(const CKVariant& v) {
   m_nType = v.m_nType;
 }
 
+// A pooled value moves to a heap object of its own (the pool dies with its
+// decoder's blob).
+void CKVariant::Unpool() {
+  if (!m_bPooled) return;
+  void* p = Ptr();
+  void* q;
+  if (m_nType == KVT_STRING) {
+    q = new CKString(*(CKString*)p);  // a heap copy of the pooled text
+    ((CKString*)p)->~CKString();
+  } else {
+    CKList* l = new CKList;
+    ((CKList*)p)->Detach(*l);
+    ((CKList*)p)->~CKList();
+    q = l;
+  }
+  SetPtr(q);
+  m_bPooled = 0;
+}
+
 void CKVariant::VariantDelete() {
   void* p = Ptr();
-  switch (m_nType) {
+  if (m_bPooled) {
+    if (m_nType == KVT_STRING)
+      ((CKString*)p)->~CKString();
+    else
+      ((CKList*)p)->~CKList();
+    m_bPooled = 0;
+    m_nValue = 0;
+    m_nType = 0;
+    return;
+  }
+  switch (IsScalar(m_nType) ? (char)KVT_EMPTY : m_nType) {
     case KVT_EMPTY:
-    case KVT_INT:
-    case KVT_DOUBLE:
-    case KVT_FLOAT:
-    case KVT_UINT64:
-    case KVT_INT64:
-    case KVT_UINT32:
       break;
     case KVT_FILE: FileRelease(p); break;
     case KVT_STRING: delete (CKString*)p; break;

@@ -4,11 +4,13 @@
 
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include <base/tools/KByteStream.h>
 #include <base/tools/KDebug.h>
 #include <base/tools/KFile.h>
 
+#include "KStringPool.h"
 #include "KVariantImpl.h"
 
 // Nested variant lists deeper than this are refused on decode.
@@ -49,10 +51,49 @@ static void FirstRoom(const CKByteStream& bs, L& l, int n, int nMin) {
   l.data.step = nStep;
 }
 
-static int ReadList(CKByteStream& bs, CKList& l) {
+// The stream's longest text: a longer length reads as an empty text and
+// leaves the characters unread, as CKByteStream::Get does.
+static const int kTextMax = 0x8000000;
+
+// bs.Get(s), the characters carved from pPool when there is one and the
+// stream knows how many bytes remain.
+static int ReadText(CKByteStream& bs, CKString& s, KStringPool* pPool) {
+  if (!pPool || !bs.File()) return bs.Get(s);
+  int n = 0;
+  s.Empty();
+  if (!bs.Get(n)) return 0;
+  if (n == 0 || n > kTextMax) return 1;
+  if (n < 0 || n > bs.GetSize() - bs.GetPosition()) return 0;
+  if (n == 1) {
+    char c = 1;
+    return bs.Get(c) && c == 0;
+  }
+  char* p = kstr::PoolCarve(pPool, s, (uint32_t)n - 1);
+  if (!bs.Get(p, n) || p[n - 1] != 0) {
+    s.Empty();
+    return 0;
+  }
+  return 1;
+}
+
+// Appends a string the list then owns (CKList::Add would copy it, and a copy
+// of a pooled text is a heap one).
+struct KListFill : CKList {
+  static int Own(CKList& l, CKString* p) { return (l.*(&KListFill::AddPtr))(p); }
+};
+
+static int ReadList(CKByteStream& bs, CKList& l, KStringPool* pPool) {
   int n = 0;
   if (!bs.Get(n)) return 0;
   FirstRoom(bs, l, n, 4);
+  if (pPool && bs.File()) {
+    for (int i = 0; i < n; i++) {
+      std::unique_ptr<CKString> p(new CKString);
+      if (!ReadText(bs, *p, pPool)) return 0;
+      KListFill::Own(l, p.release());
+    }
+    return 1;
+  }
   CKString s;
   for (int i = 0; i < n; i++) {
     if (!bs.Get(s)) return 0;
@@ -148,11 +189,11 @@ int CKVariant::VariantDecode(CKByteStream& bs, CKString* pName) { return DecodeA
 
 // Containers are built aside and stored only once complete, so any failure
 // leaves the variant empty.
-int CKVariant::DecodeAt(CKByteStream& bs, CKString* pName, int nDepth) {
+int CKVariant::DecodeAt(CKByteStream& bs, CKString* pName, int nDepth, KStringPool* pPool) {
   VariantDelete();
   int nTag = 0;
   if (!bs.Get(nTag)) return 0;
-  if (pName && !bs.Get(*pName)) return 0;
+  if (pName && !ReadText(bs, *pName, pPool)) return 0;
   KASSERT_RETV_AT((unsigned)nTag <= KVT_LAST, "FALSE", KSRC_PATH, 1080, 0);
   const char t = (char)nTag;
   switch (t) {
@@ -173,15 +214,30 @@ int CKVariant::DecodeAt(CKByteStream& bs, CKString* pName, int nDepth) {
       return 1;
     }
     case KVT_STRING: {
+      if (nDepth == 0 && pPool && bs.File()) {
+        Store(new (kstr::PoolRaw(pPool, sizeof(CKString))) CKString, t);
+        m_bPooled = 1;
+        if (ReadText(bs, *(CKString*)Ptr(), pPool)) return 1;
+        VariantDelete();
+        return 0;
+      }
       std::unique_ptr<CKString> s(new CKString);
-      if (!bs.Get(*s)) return 0;
+      if (!ReadText(bs, *s, pPool)) return 0;
       Store(s.release(), t);
       return 1;
     }
     case KVT_LIST:
     case KVT_FASTLIST: {
+      // A fast list comes back as a list.
+      if (nDepth == 0 && pPool && bs.File()) {
+        Store(new (kstr::PoolRaw(pPool, sizeof(CKList))) CKList, KVT_LIST);
+        m_bPooled = 1;
+        if (ReadList(bs, *(CKList*)Ptr(), pPool)) return 1;
+        VariantDelete();
+        return 0;
+      }
       std::unique_ptr<CKList> l(new CKList);
-      if (!ReadList(bs, *l)) return 0;
+      if (!ReadList(bs, *l, pPool)) return 0;
       Store(l.release(), KVT_LIST);  // a fast list comes back as a list
       return 1;
     }
@@ -276,7 +332,7 @@ int CKVariant::DecodeAt(CKByteStream& bs, CKString* pName, int nDepth) {
       for (int i = 0; i < n; i++) {
         CKVariant* v = new CKVariant;
         l->Add(v);
-        if (!v->DecodeAt(bs, nullptr, nDepth + 1)) return 0;
+        if (!v->DecodeAt(bs, nullptr, nDepth + 1, pPool)) return 0;
       }
       Store(l.release(), t);
       return 1;
@@ -289,7 +345,7 @@ int CKVariant::DecodeAt(CKByteStream& bs, CKString* pName, int nDepth) {
       for (int i = 0; i < n; i++) {
         CKList* pList = new CKList;
         l->Add(pList);
-        if (!ReadList(bs, *pList)) return 0;
+        if (!ReadList(bs, *pList, pPool)) return 0;
       }
       Store(l.release(), t);
       return 1;
@@ -303,7 +359,7 @@ int CKVariant::DecodeAt(CKByteStream& bs, CKString* pName, int nDepth) {
         if (!bs.Get(c)) return 0;
         CKList* pList = l->Add(c);
         CKList tmp;
-        if (!ReadList(bs, pList ? *pList : tmp)) return 0;
+        if (!ReadList(bs, pList ? *pList : tmp, pPool)) return 0;
       }
       Store(l.release(), t);
       return 1;

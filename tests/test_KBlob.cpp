@@ -556,3 +556,80 @@ TEST(KBlobEncode, SizeReportsComeBeforeTheSizeCheck) {
   EXPECT_NE(std::string::npos, asserts[0].find("src/KBlobElement on line 587"));
   EXPECT_NE(std::string::npos, asserts[1].find("nStreamSize==fullsize"));
 }
+
+TEST(KBlobEncode, DecodedTextsAreOwnedByWhateverHoldsThem) {
+  CKBlobMemory src;
+  Fill(src);
+  const std::string bytes = ToBytes(src);
+  CKString name, text, item;
+  CKList borrowed;
+  CKList* pTaken = nullptr;
+  CKBlobMemory other;
+  CKVariant kept;
+  {
+    CKBlobMemory b;
+    FromBytes(b, bytes);
+    ASSERT_EQ(11, b.BlobElementCount());
+    CKBlobElement* e = b.BlobElementGet("text");
+    ASSERT_NE(nullptr, e);
+    name = e->m_strName;
+    EXPECT_TRUE(b.GetElement("text", text));
+    EXPECT_EQ(1u, e->m_strName.GetRefCount());
+    EXPECT_EQ(1u, name.GetRefCount());
+    EXPECT_EQ(CKString::CapacityFor(4), e->m_strName.GetAllocLength());
+    item = b.GetElementList("list", 0, 0)->Get(0);
+    pTaken = b.GetElementList("list", 1, 0);
+    b.GetElementListList("ll", 0, 0)->GetAt(0)->Detach(borrowed);
+    other.SetElement("copy", 0);
+    other.BlobElementGet("copy")->Copy(*b.BlobElementGet("u64"));
+
+    // Writes go to a block of the writer's own; neighbours keep their text.
+    CKString* pValue = e->GetString();
+    ASSERT_NE(nullptr, pValue);
+    pValue->SetAt(0, 'Q');
+    e->m_strName += "2";
+    b.BlobElementGet("int")->m_strName.MakeUpper();
+    EXPECT_STREQ("Q\xFFz\r\n", pValue->GetString());
+    EXPECT_STREQ("text2", e->m_strName.GetString());
+    EXPECT_STREQ("INT", b.BlobElementName(b.BlobElementIndex("int")));
+    EXPECT_TRUE(b.SetElement("dbl", "over"));
+    e->Detach(kept);
+    EXPECT_TRUE(b.SetElement("text2", 7));
+    CKString s;
+    EXPECT_TRUE(b.GetElement("dbl", s));
+    EXPECT_STREQ("over", s.GetString());
+  }
+  // Everything taken out of the blob outlives it.
+  EXPECT_STREQ("text", name.GetString());
+  EXPECT_STREQ("t\xFFz\r\n", text.GetString());
+  EXPECT_STREQ("x\ny", item.GetString());
+  EXPECT_STREQ("Q\xFFz\r\n", kept.GetText().GetString());
+  ASSERT_NE(nullptr, pTaken);
+  ASSERT_EQ(2, pTaken->Count());
+  EXPECT_STREQ("x\ny", pTaken->Get(0).GetString());
+  ASSERT_EQ(2, borrowed.Count());
+  EXPECT_STREQ("x\ny", borrowed.Get(0).GetString());
+  delete pTaken;
+  // Copy takes the name too (the index is not told: read the element itself).
+  const CKBlobElement* c = other.BlobElementGet(0);
+  unsigned __int64 u = 0;
+  EXPECT_TRUE(c->Get(u));
+  EXPECT_EQ(12345678901234ull, u);
+  EXPECT_STREQ("u64", c->m_strName.GetString());
+}
+
+TEST(KBlobEncode, HostileLengthsFailBeforeAllocating) {
+  // A count far beyond the data, then a name and a text claiming more bytes
+  // than remain: each fails and leaves the blob empty.
+  const std::string head("IQ01\xFF\xFF\xFF\x7F", 8);
+  const std::string rec = std::string("\x02\0\0\0\x02\0\0\0a\0", 10);
+  const std::string cases[] = {head + std::string("\x02\0\0\0\xFF\xFF\xFF\x07", 8) + "abc",
+                               head + rec + std::string("\xF0\xFF\xFF\x07", 4) + "xyz",
+                               head + rec + std::string("\x03\0\0\0", 4) + "ab"};
+  for (const std::string& bytes : cases) {
+    CKBlobMemory b;
+    FromBytes(b, bytes);
+    EXPECT_EQ(0, b.BlobElementCount());
+    EXPECT_EQ(-1, b.GetStatus());
+  }
+}

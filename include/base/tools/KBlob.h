@@ -43,6 +43,9 @@ public:
   // One element as one zero-terminated line of 0xFF-separated fields.
   int EncodeElementText(CKByteStream& bs);
   int DecodeElementText(CKByteStream& bs, int bWithName);
+  // One binary record, name included; texts are carved from pPool when it
+  // is not null (see src/KStringPool.h).
+  int DecodeRecord(CKByteStream& bs, KStringPool* pPool) { return DecodeAt(bs, &m_strName, 0, pPool); }
 
   CKString m_strName;
 };

@@ -4,6 +4,8 @@
 // 12-byte header: length, capacity (bytes of the character array, terminator
 // included) and reference count, all unsigned 32-bit. Every empty string
 // points at one shared static representation (0, 0, 1) that is never freed.
+// A count of 0 marks a block carved from a decoder's pool (src/KStringPool.h):
+// never shared, copied on copy and before any write.
 #ifndef KELVOR_KSTRING_H
 #define KELVOR_KSTRING_H
 
@@ -15,7 +17,7 @@
 struct KStringData {
   uint32_t nDataLength;  // characters, terminator excluded
   uint32_t nAllocLength; // bytes of the character array; 0 for the empty rep
-  uint32_t nRefs;        // plain count: a string and its copies share one thread
+  uint32_t nRefs;        // plain count: a string and its copies share one thread; 0: pooled
   char* data() { return (char*)(this + 1); }
 };
 
@@ -74,7 +76,8 @@ public:
   void ReleaseBuffer();
   void ReleaseBuffer(unsigned n);
   unsigned GetAllocLength() const { return GetData()->nAllocLength; }
-  unsigned GetRefCount() const { return GetData()->nRefs; }
+  // A pooled block is never shared: it counts as one.
+  unsigned GetRefCount() const { return GetData()->nRefs ? GetData()->nRefs : 1; }
 
   // Sub-strings and search
   CKString Mid(unsigned nFirst, unsigned nCount) const;
@@ -119,6 +122,7 @@ public:
   static uint32_t CapacityFor(uint32_t n);
 
 private:
+  friend struct KStringPoolAccess;
   static char OutOfRange();
   KStringData* GetData() const { return ((KStringData*)m_pchData) - 1; }
   bool IsStaticEmpty() const;

@@ -16,6 +16,7 @@
 
 class CKFile;
 class CKByteStream;
+struct KStringPool;
 
 // Type tags.
 enum {
@@ -234,13 +235,20 @@ protected:
     SetPtr(p);
     m_nType = nType;
   }
-  int DecodeAt(CKByteStream& bs, CKString* pName, int nDepth);
+  // With pPool, the name and the texts are carved from it (file-backed
+  // streams only, where each length can be checked against what remains).
+  int DecodeAt(CKByteStream& bs, CKString* pName, int nDepth, KStringPool* pPool = nullptr);
   int EncodeAt(CKByteStream& bs, const char* szName, int nDepth) const;
 
   __int64 m_nValue;
   char m_nType;
+  // The value object (a text or a list, decoded at the top of a binary blob)
+  // lives in a decoder's pool: it is destroyed in place and becomes a heap
+  // object before it is handed to anyone.
+  char m_bPooled = 0;
 
 private:
+  void Unpool();
   void SetScalar(const void* p, unsigned nSize, char nType);
   int GetScalar(void* p, unsigned nSize, char nType) const;
   void Box(const CKVariant& v);
