@@ -146,28 +146,48 @@ public:
     Park(m_ListParam);
     Park(m_ListValue);
   }
-  void Add(const char* szName, const char* szValue) {
-    Put(m_ListParam, szName);
-    Put(m_ListValue, szValue);
+  // The texts are n bytes long (and terminated).
+  void Add(const char* szName, size_t nName, const char* szValue, size_t nValue) {
+    Put(m_ListParam, szName, nName);
+    Put(m_ListValue, szValue, nValue);
+  }
+  // Index of the pair named exactly so, or -1.
+  int FindName(const char* sz, size_t n) const {
+    const KPile& d = m_ListParam.data;
+    for (int i = 0; i < d.elts; ++i) {
+      const CKString* s = (const CKString*)d.ptr[i];
+      if (s && s->GetLength() == n && !memcmp(s->GetString(), sz, n)) return i;
+    }
+    return -1;
   }
 
 private:
+  // Straight off the slots: the array stays for the next tag.
   void Park(CKList& l) {
-    while (l.Count()) {
-      CKString* p = (CKString*)l.PileRemove(l.Count() - 1);
+    KPile& d = l.data;
+    while (d.elts > 0) {
+      CKString* p = (CKString*)d.ptr[d.elts - 1];
       if (p) m_spare.push_back(p);
+      d.ptr[--d.elts] = nullptr;
     }
   }
-  void Put(CKList& l, const char* sz) {
+  void Put(CKList& l, const char* sz, size_t n) {
     CKString* p;
     if (m_spare.empty()) {
       p = new CKString(sz);
     } else {
       p = m_spare.back();
       m_spare.pop_back();
-      *p = sz;
+      // A parked text the handler did not keep is rewritten in place.
+      if (n && p->GetRefCount() == 1 && p->GetAllocLength() > n)
+        memcpy(p->GetBufferSetLength((unsigned)n), sz, n);
+      else
+        *p = sz;
     }
-    if (l.PileAdd(p) < 0) {
+    KPile& d = l.data;
+    if (d.ptr && d.elts < d.size) {
+      d.ptr[d.elts++] = p;
+    } else if (l.PileAdd(p) < 0) {
       delete p;
       throw CKMemoryException(KSRC_PATH, __LINE__);
     }
@@ -601,8 +621,9 @@ struct CKXmlParser::Impl {
       Expect(p, pEnd, '=', "'=' expected after an attribute name");
       p = SkipBlanks(p, pEnd);
       AttValue(p, pEnd, m_value);
-      if (m_attrs.Find(m_attName.CStr()) >= 0) Fail(KXML_ERR_SYNTAX, pName, "duplicate attribute");
-      m_attrs.Add(m_attName.CStr(), m_value.CStr());
+      if (m_attrs.FindName(m_attName.Data(), m_attName.Size()) >= 0)
+        Fail(KXML_ERR_SYNTAX, pName, "duplicate attribute");
+      m_attrs.Add(m_attName.CStr(), m_attName.Size(), m_value.CStr(), m_value.Size());
     }
     if (!m_attDefs.empty()) ApplyAttDefs();
     if ((int)m_open.size() >= m_parser.m_nMaxDepth) Fail(KXML_ERR_DEPTH, pAt, "elements nested too deeply");

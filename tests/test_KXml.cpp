@@ -215,3 +215,50 @@ TEST(KXmlParserDOM, ParsedAndCallersNodesMix) {
   EXPECT_EQ(S(copy->GetXmlString()), want);
   EXPECT_EQ(S(copy->CKXmlTreeNode::GetChildValue("R/H/D")), "d");
 }
+
+TEST(KXmlParserDOM, LargeElementsAndSharedTextsAcrossParses) {
+  // A document element with many children, parsed again and again into one
+  // builder, with callers removing and adding children in between; texts of
+  // every length up to past the shared-text bound, most differing only in
+  // their last byte, each keep their own value.
+  auto Doc = [](int nChildren, const char* szTag) {
+    std::string s = std::string("<") + szTag + ">";
+    for (int i = 0; i < nChildren; ++i) {
+      const std::string v = std::string((size_t)(i % 40), 'v') + char('a' + i % 26);
+      s += "<c n='" + v + "'>" + v + "</c>";
+    }
+    return s + "</" + szTag + ">";
+  };
+  auto Check = [](CKXmlTree* t, int nChildren) {
+    t->SetRootAsCurrentNode();
+    ASSERT_TRUE(t->SetChildAsCurrentNode(0));
+    ASSERT_EQ(t->GetChildrenCount(), nChildren);
+    for (int i = 0; i < nChildren; ++i) {
+      const std::string v = std::string((size_t)(i % 40), 'v') + char('a' + i % 26);
+      ASSERT_EQ(S(t->GetChildValue(i)), v) << i;
+      ASSERT_EQ(S(t->GetCurrentNode()->GetChildAt(i)->GetParamValue("n")), v) << i;
+    }
+  };
+  CKXmlParserDOM dom;
+  CKXmlTree* t = dom.GetTree();
+  const int counts[] = {300, 1000, 20, 500, 200};
+  for (int n : counts) {
+    ASSERT_TRUE(dom.Parse(Doc(n, "big").c_str()));
+    Check(t, n);
+    // Callers shrink and regrow the big element's children.
+    t->SetRootAsCurrentNode();
+    t->SetChildAsCurrentNode(0);
+    while (t->GetChildrenCount() > 3) t->RemoveChild(t->GetChildrenCount() - 1);
+    for (int i = 0; i < 200; ++i) t->AddChild("X", "x");
+    EXPECT_EQ(t->GetChildrenCount(), 203);
+    EXPECT_EQ(S(t->GetChildName(202)), "X");
+  }
+  // The big element nested one level down.
+  ASSERT_TRUE(dom.Parse(("<top>" + Doc(400, "mid") + Doc(300, "mid") + "</top>").c_str()));
+  ASSERT_TRUE(t->SetNewCurrentNode("TOP"));
+  const CKXmlTreeNode* pTop = t->GetCurrentNode();
+  ASSERT_EQ(pTop->GetChildrenCount(), 2);
+  EXPECT_EQ(pTop->GetChildAt(0)->GetChildrenCount(), 400);
+  EXPECT_EQ(pTop->GetChildAt(1)->GetChildrenCount(), 300);
+  EXPECT_EQ(S(pTop->GetChildAt(1)->GetChildValue(299)), std::string(299 % 40, 'v') + char('a' + 299 % 26));
+}

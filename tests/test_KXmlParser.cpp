@@ -150,6 +150,9 @@ TEST(KXmlParser, AttributeValues) {
             "[\nS A t=p q d= x  f=F\nE A\n]");
   EXPECT_EQ(Events("<!DOCTYPE a [<!ELEMENT a (b|c)*><!ELEMENT b EMPTY><!ELEMENT c (#PCDATA|b)*>]><a/>"),
             "[\nS A\nE A\n]");
+  // Duplicates are told by the whole name, not its length or first bytes.
+  EXPECT_EQ(Events("<a ab='1' ba='2' abc='3'/>"), "[\nS A ab=1 ba=2 abc=3\nE A\n]");
+  EXPECT_NE(Events("<a ab='1' ba='2' ab='3'/>").find("\n!\n"), std::string::npos);
   for (const char* bad : {"<!DOCTYPE a [<!ELEMENT a (b|c,d)>]><a/>", "<!DOCTYPE a [<!ELEMENT a (#PCDATA|b)>]><a/>",
                           "<!DOCTYPE a [<!ATTLIST a x BOGUS #IMPLIED>]><a/>",
                           "<!DOCTYPE a [<!ATTLIST a x CDATA '&undeclared;'>]><a/>"})
@@ -456,4 +459,34 @@ TEST(KXmlParser, ConformanceSuite) {
          nValidOk, nValid, (int)validExceptions.size(), nRejected, nNotWf, (int)tolerated.size());
   EXPECT_GT(nValid, 100);
   EXPECT_GT(nNotWf, 100);
+}
+
+TEST(KXmlParser, AttributeListReusedBetweenTags) {
+  // The list handed to OnStartTag is refilled for every tag. A handler that
+  // keeps copies of its texts, or removes and adds pairs, must still see
+  // each tag's own attributes, whatever the lengths before.
+  class CKeeper : public CKXmlParser {
+  public:
+    std::vector<CKString> kept;
+    std::string seen;
+    int OnStartTag(const char* n, CKListParamValue* a) override {
+      seen += std::string(n) + ":";
+      for (int i = 0; i < a->Count(); ++i) {
+        kept.push_back(a->GetValue(i));  // shares the parser's text block
+        seen += " " + S(a->GetParam(i)) + "=" + S(a->GetValue(i));
+      }
+      seen += ";";
+      if (a->Count()) a->Remove(0);
+      a->AddValue("added", "by the handler");
+      return TRUE;
+    }
+  } k;
+  ASSERT_TRUE(k.Parse("<r p='a fairly long value, longer than the first block' q='x'>"
+                      "<b p='s'/><c p='' q='medium' r='zz'/><d/><e q='x' p='a fairly long value'/></r>"));
+  EXPECT_EQ(k.seen,
+            "R: p=a fairly long value, longer than the first block q=x;B: p=s;C: p= q=medium r=zz;D:;"
+            "E: q=x p=a fairly long value;");
+  std::string strKept;
+  for (const CKString& v : k.kept) strKept += S(v) + "|";
+  EXPECT_EQ(strKept, "a fairly long value, longer than the first block|x|s||medium|zz|x|a fairly long value|");
 }
