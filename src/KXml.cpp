@@ -542,7 +542,7 @@ int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes
   if (!m_pPool) m_pPool = KMEM_TRY(new CKXmlNodePool);
   CKXmlTreeNode* p = KMEM_TRY(new (m_pPool) CKXmlTreeNode);
   KPile& d = m_Tree.m_pCurrent->m_Children.data;
-  if (d.elts == d.size && d.size >= CKXmlNodePool::kSpareTake) m_pPool->GiveSpare(d);
+  if (d.elts == d.size && d.size >= CKXmlNodePool::kSpareMin) m_pPool->GiveSpare(d);
   m_Tree.m_pCurrent->AddChildNode(p);
   m_Tree.m_pCurrent = p;
   if (szName) p->m_strName = Intern(szName, (unsigned)strlen(szName));
@@ -552,7 +552,11 @@ int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes
   KPile& dn = p->m_ListParam.data;
   KPile& dv = p->m_ListValue.data;
   dn.step = dv.step = n;
-  if (KPileSetSize(&dn, n) < 1 || KPileSetSize(&dv, n) < 1) throw CKMemoryException(KSRC_PATH, __LINE__);
+  // The sizes tell whether the arrays came (a stale errno can make the
+  // pile's verdict fail with the arrays in place).
+  KPileSetSize(&dn, n);
+  KPileSetSize(&dv, n);
+  if (dn.size < n || dv.size < n) throw CKMemoryException(KSRC_PATH, __LINE__);
   void* const* names = pAttributes->GetParamList().data.ptr;
   void* const* values = pAttributes->GetValueList().data.ptr;
   const int nValues = pAttributes->GetValueList().Count();

@@ -47,11 +47,10 @@ public:
   // large array on every parse, and large heap blocks freed or asked for
   // make the C heap merge all its small free blocks first. So the largest
   // children array of the last tree (a heap block, like any pile's) is kept
-  // and handed to the first element of the next tree that fills its first
-  // small array (freed as a small block). It stays a pile's array: a caller
-  // removing children shrinks it as usual.
-  static const int kSpareMin = 128;  // slots of an array worth keeping
-  static const int kSpareTake = 128;  // a full array this size takes it
+  // and handed to the first element of the next tree that fills an array of
+  // kSpareMin slots. It stays a pile's array: a caller removing children
+  // shrinks it as usual.
+  static const int kSpareMin = 128;
   // d: an emptied children pile; takes its array when it is the largest.
   void KeepSpare(KPile& d) {
     if (d.elts || !d.ptr || d.size <= m_nSpare) return;
@@ -61,7 +60,7 @@ public:
     d.ptr = nullptr;
     d.size = 0;
   }
-  // d: a full children pile of at least kSpareTake slots.
+  // d: a full children pile of at least kSpareMin slots.
   void GiveSpare(KPile& d) {
     if (!m_pSpare || m_nSpare <= d.size) return;
     memcpy(m_pSpare, d.ptr, sizeof(void*) * (size_t)d.elts);

@@ -39,6 +39,17 @@ struct KXmlTables {
 };
 const KXmlTables g_tab;
 
+// First byte from p whose class in tab is not plain (0), or pEnd. Four
+// bytes a step: long runs cost a quarter of the branches, and the loop's
+// speed no longer hangs on where the compiler happens to place it.
+inline const char* SkipPlain(const char* p, const char* pEnd, const unsigned char* tab) {
+  while (pEnd - p >= 4 && !(tab[(unsigned char)p[0]] | tab[(unsigned char)p[1]] | tab[(unsigned char)p[2]] |
+                            tab[(unsigned char)p[3]]))
+    p += 4;
+  while (p < pEnd && !tab[(unsigned char)*p]) ++p;
+  return p;
+}
+
 inline bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 inline bool IsXmlChar(unsigned long c) {
@@ -441,7 +452,7 @@ struct CKXmlParser::Impl {
   void Text(const char*& p, const char* pEnd) {
     for (;;) {
       const char* s = p;
-      while (p < pEnd && !g_tab.text[(unsigned char)*p]) ++p;
+      p = SkipPlain(p, pEnd, g_tab.text);
       m_text.Append(s, (size_t)(p - s));
       if (p >= pEnd) return;
       const char c = *p;
@@ -526,7 +537,7 @@ struct CKXmlParser::Impl {
   void AttText(const char*& p, const char* pEnd, Buf& b, char q) {
     for (;;) {
       const char* s = p;
-      while (p < pEnd && !g_tab.attr[(unsigned char)*p]) ++p;
+      p = SkipPlain(p, pEnd, g_tab.attr);
       b.Append(s, (size_t)(p - s));
       if (p >= pEnd) {
         if (q) Fail(KXML_ERR_UNCLOSED, p, "unterminated attribute value");
