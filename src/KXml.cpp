@@ -523,14 +523,6 @@ void CKXmlParserDOM::InitDOM() {
 
 int CKXmlParserDOM::OnStart() {
   m_Tree.SetRootAsCurrentNode();  // the cursor may be on a node about to go
-  if (m_pPool) {
-    for (int i = 0; i < m_Tree.m_Children.Count(); ++i) {
-      CKXmlTreeNode* c = m_Tree.m_Children.Get(i);
-      if (!c || c->m_Children.data.size < CKXmlNodePool::kSpareMin) continue;
-      c->FreeChildren();
-      m_pPool->KeepSpare(c->m_Children.data);
-    }
-  }
   m_Tree.RemoveAllChildren();
   return TRUE;
 }
@@ -541,8 +533,6 @@ int CKXmlParserDOM::OnEnd() {
 int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes) {
   if (!m_pPool) m_pPool = KMEM_TRY(new CKXmlNodePool);
   CKXmlTreeNode* p = KMEM_TRY(new (m_pPool) CKXmlTreeNode);
-  KPile& d = m_Tree.m_pCurrent->m_Children.data;
-  if (d.elts == d.size && d.size >= CKXmlNodePool::kSpareMin) m_pPool->GiveSpare(d);
   m_Tree.m_pCurrent->AddChildNode(p);
   m_Tree.m_pCurrent = p;
   if (szName) p->m_strName = Intern(szName, (unsigned)strlen(szName));

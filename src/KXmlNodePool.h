@@ -3,7 +3,6 @@
 #define KELVOR_KXMLNODEPOOL_H
 
 #include <cstdlib>
-#include <cstring>
 #include <new>
 #include <vector>
 
@@ -27,7 +26,6 @@ public:
   CKXmlNodePool& operator=(const CKXmlNodePool&) = delete;
   ~CKXmlNodePool() {
     for (void* p : m_blocks) free(p);
-    free(m_pSpare);
   }
   // A slot of kSlot bytes, header first.
   KXmlNodeHeader* Get() {
@@ -42,38 +40,6 @@ public:
     m_pFree = p;
   }
   static const size_t kSlot = (sizeof(KXmlNodeHeader) + sizeof(CKXmlTreeNode) + 15) / 16 * 16;
-
-  // A document element with thousands of children would free and regrow a
-  // large array on every parse, and large heap blocks freed or asked for
-  // make the C heap merge all its small free blocks first. So the largest
-  // children array of the last tree (a heap block, like any pile's) is kept
-  // and handed to the first element of the next tree that fills an array of
-  // kSpareMin slots. It stays a pile's array: a caller removing children
-  // shrinks it as usual.
-  static const int kSpareMin = 128;
-  // d: an emptied children pile; takes its array when it is the largest.
-  void KeepSpare(KPile& d) {
-    if (d.elts || !d.ptr || d.size <= m_nSpare) return;
-    free(m_pSpare);
-    m_pSpare = d.ptr;
-    m_nSpare = d.size;
-    d.ptr = nullptr;
-    d.size = 0;
-  }
-  // d: a full children pile of at least kSpareMin slots.
-  void GiveSpare(KPile& d) {
-    if (!m_pSpare || m_nSpare <= d.size) return;
-    memcpy(m_pSpare, d.ptr, sizeof(void*) * (size_t)d.elts);
-    memset(m_pSpare + d.elts, 0, sizeof(void*) * (size_t)(m_nSpare - d.elts));
-    free(d.ptr);
-    d.ptr = m_pSpare;
-    d.size = m_nSpare;
-    // A step as large as the array, or the next add would shrink it back to
-    // the pile's step rule.
-    d.step = m_nSpare;
-    m_pSpare = nullptr;
-    m_nSpare = 0;
-  }
 
 private:
   struct Free {
@@ -90,8 +56,6 @@ private:
     for (size_t i = nSlots; i-- > 0;) Put((KXmlNodeHeader*)(b + i * kSlot));
   }
   Free* m_pFree;
-  void** m_pSpare = nullptr;
-  int m_nSpare = 0;
   size_t m_nLast = 0;
   std::vector<void*> m_blocks;
 };
