@@ -217,18 +217,15 @@ TEST(KXmlParserDOM, ParsedAndCallersNodesMix) {
 }
 
 TEST(KXmlParserDOM, SharedTextsAcrossParses) {
-  // One builder, several documents: texts of every length up to past the
-  // shared-text bound, most differing only in their last byte, each keep
-  // their own value in every parse.
+  // Texts of every length up to past the shared-text bound, most differing
+  // only in their last byte, keep their own values through several parses.
   auto Value = [](int i) { return std::string((size_t)(i % 40), 'v') + char('a' + i % 26); };
   CKXmlParserDOM dom;
-  CKXmlTree* t = dom.GetTree();
   for (int n : {300, 1000, 20}) {
     std::string s = "<big>";
     for (int i = 0; i < n; ++i) s += "<c n='" + Value(i) + "'>" + Value(i) + "</c>";
     ASSERT_TRUE(dom.Parse((s + "</big>").c_str()));
-    ASSERT_TRUE(t->SetChildAsCurrentNode(0));
-    const CKXmlTreeNode* pBig = t->GetCurrentNode();
+    const CKXmlTreeNode* pBig = dom.GetTree()->GetChildAt(0);
     ASSERT_EQ(pBig->GetChildrenCount(), n);
     for (int i = 0; i < n; ++i) {
       ASSERT_EQ(S(pBig->GetChildValue(i)), Value(i)) << i;
