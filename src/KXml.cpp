@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -74,16 +75,6 @@ void CKXmlTreeNode::SmallSteps() {
   m_Children.data.step = kChildStep;
   m_ListParam.data.step = kParamStep;
   m_ListValue.data.step = kParamStep;
-}
-
-void CKXmlTreeNode::AddParamShared(const CKString& strName, const CKString& strValue) {
-  m_ListParam.Add(strName);
-  try {
-    m_ListValue.Add(strValue);
-  } catch (...) {
-    m_ListParam.DeleteLast();
-    throw;
-  }
 }
 
 CKXmlTreeNode::CKXmlTreeNode(const CKXmlTreeNode& n)
@@ -188,6 +179,12 @@ int CKXmlTreeNode::RemoveChildAt(int i) {
 }
 
 void CKXmlTreeNode::RemoveAllChildNodes() {
+  FreeChildren();
+  m_Children.PileEmpty();
+}
+
+void CKXmlTreeNode::FreeChildren() {
+  if (!m_Children.data.elts) return;  // most nodes are leaves
   // Last child first, down to the leaves: every node is deleted once its
   // own children are gone, so no delete recurses, and the only stack is the
   // path from this node, as long as the tree is deep.
@@ -213,7 +210,6 @@ void CKXmlTreeNode::RemoveAllChildNodes() {
     path.pop_back();
     delete pDone;
   }
-  m_Children.PileEmpty();
 }
 
 // ---------------------------------------------------------------- CKXmlTree
@@ -457,7 +453,38 @@ struct CKXmlParserDOM::TextCache {
   static const unsigned kSlots = 1024;
   static const unsigned kMaxLength = 32;
   CKString slot[kSlots];
+  // Each slot's length and hash, kept beside the slots so that a miss (a
+  // unique text) is told without reading the slot's cold string block.
+  uint32_t nLength[kSlots] = {};
+  uint32_t nHash[kSlots] = {};
 };
+
+namespace {
+
+// Word-at-a-time hash of a short text. A tail after whole words is read as
+// the last 8 bytes (overlapping), or byte by byte in a text under 8 bytes.
+inline uint64_t HashShort(const char* sz, unsigned n) {
+  uint64_t h = 0x9E3779B97F4A7C15ull * (n + 1);
+  uint64_t w;
+  unsigned i = 0;
+  for (; i + 8 <= n; i += 8) {
+    memcpy(&w, sz + i, 8);
+    h = (h ^ w) * 0xFF51AFD7ED558CCDull;
+    h ^= h >> 29;
+  }
+  if (i < n) {
+    if (n >= 8) {
+      memcpy(&w, sz + n - 8, 8);
+    } else {
+      w = 0;
+      for (unsigned k = 0; k < n; ++k) w = (w << 8) | (unsigned char)sz[k];
+    }
+    h = (h ^ w) * 0xC4CEB9FE1A85EC53ull;
+  }
+  return h ^ (h >> 32);
+}
+
+}  // namespace
 
 CKXmlParserDOM::CKXmlParserDOM() : m_pCache(nullptr), m_pPool(nullptr) {}
 CKXmlParserDOM::~CKXmlParserDOM() {
@@ -469,11 +496,15 @@ CKXmlParserDOM::~CKXmlParserDOM() {
 
 CKString CKXmlParserDOM::Intern(const char* sz, unsigned n) {
   if (n > TextCache::kMaxLength) return CKString(sz);
-  unsigned h = 2166136261u;
-  for (unsigned i = 0; i < n; ++i) h = (h ^ (unsigned char)sz[i]) * 16777619u;
   if (!m_pCache) m_pCache = KMEM_TRY(new TextCache);
-  CKString& s = m_pCache->slot[(h ^ (h >> 15)) & (TextCache::kSlots - 1)];
-  if (s.GetLength() != n || memcmp(s.GetString(), sz, n) != 0) s = sz;
+  const uint64_t h = HashShort(sz, n);
+  const unsigned i = (unsigned)(h >> 20) & (TextCache::kSlots - 1);
+  CKString& s = m_pCache->slot[i];
+  if (m_pCache->nLength[i] != n || m_pCache->nHash[i] != (uint32_t)h || memcmp(s.GetString(), sz, n) != 0) {
+    s = sz;
+    m_pCache->nLength[i] = n;
+    m_pCache->nHash[i] = (uint32_t)h;
+  }
   return s;
 }
 
@@ -507,15 +538,25 @@ int CKXmlParserDOM::OnStartTag(const char* szName, CKListParamValue* pAttributes
   if (szName) p->m_strName = Intern(szName, (unsigned)strlen(szName));
   const int n = pAttributes ? pAttributes->Count() : 0;
   if (!n) return TRUE;
-  // Arrays of exactly the attributes' size.
-  p->m_ListParam.data.step = p->m_ListValue.data.step = n;
+  // Arrays of exactly the attributes' size, filled in place.
+  KPile& dn = p->m_ListParam.data;
+  KPile& dv = p->m_ListValue.data;
+  dn.step = dv.step = n;
+  // The sizes tell whether the arrays came (a stale errno can make the
+  // pile's verdict fail with the arrays in place).
+  KPileSetSize(&dn, n);
+  KPileSetSize(&dv, n);
+  if (dn.size < n || dv.size < n) throw CKMemoryException(KSRC_PATH, __LINE__);
   void* const* names = pAttributes->GetParamList().data.ptr;
   void* const* values = pAttributes->GetValueList().data.ptr;
   const int nValues = pAttributes->GetValueList().Count();
   for (int i = 0; i < n; ++i) {
     const CKString* a = (const CKString*)names[i];
     const CKString* v = i < nValues ? (const CKString*)values[i] : nullptr;
-    p->AddParamShared(a ? Intern(*a) : CKString(), v ? Intern(*v) : CKString());
+    std::unique_ptr<CKString> pName(KMEM_TRY(new CKString(a ? Intern(*a) : CKString())));
+    dv.ptr[i] = KMEM_TRY(new CKString(v ? Intern(*v) : CKString()));
+    dn.ptr[i] = pName.release();
+    dn.elts = dv.elts = i + 1;  // the two lists stay the same length
   }
   return TRUE;
 }

@@ -215,3 +215,21 @@ TEST(KXmlParserDOM, ParsedAndCallersNodesMix) {
   EXPECT_EQ(S(copy->GetXmlString()), want);
   EXPECT_EQ(S(copy->CKXmlTreeNode::GetChildValue("R/H/D")), "d");
 }
+
+TEST(KXmlParserDOM, SharedTextsAcrossParses) {
+  // Texts of every length up to past the shared-text bound, most differing
+  // only in their last byte, keep their own values through several parses.
+  auto Value = [](int i) { return std::string((size_t)(i % 40), 'v') + char('a' + i % 26); };
+  CKXmlParserDOM dom;
+  for (int n : {300, 1000, 20}) {
+    std::string s = "<big>";
+    for (int i = 0; i < n; ++i) s += "<c n='" + Value(i) + "'>" + Value(i) + "</c>";
+    ASSERT_TRUE(dom.Parse((s + "</big>").c_str()));
+    const CKXmlTreeNode* pBig = dom.GetTree()->GetChildAt(0);
+    ASSERT_EQ(pBig->GetChildrenCount(), n);
+    for (int i = 0; i < n; ++i) {
+      ASSERT_EQ(S(pBig->GetChildValue(i)), Value(i)) << i;
+      ASSERT_EQ(S(pBig->GetChildAt(i)->GetParamValue("n")), Value(i)) << i;
+    }
+  }
+}

@@ -150,6 +150,9 @@ TEST(KXmlParser, AttributeValues) {
             "[\nS A t=p q d= x  f=F\nE A\n]");
   EXPECT_EQ(Events("<!DOCTYPE a [<!ELEMENT a (b|c)*><!ELEMENT b EMPTY><!ELEMENT c (#PCDATA|b)*>]><a/>"),
             "[\nS A\nE A\n]");
+  // Duplicates are told by the whole name, not its length or first bytes.
+  EXPECT_EQ(Events("<a ab='1' ba='2' abc='3'/>"), "[\nS A ab=1 ba=2 abc=3\nE A\n]");
+  EXPECT_NE(Events("<a ab='1' ba='2' ab='3'/>").find("\n!\n"), std::string::npos);
   for (const char* bad : {"<!DOCTYPE a [<!ELEMENT a (b|c,d)>]><a/>", "<!DOCTYPE a [<!ELEMENT a (#PCDATA|b)>]><a/>",
                           "<!DOCTYPE a [<!ATTLIST a x BOGUS #IMPLIED>]><a/>",
                           "<!DOCTYPE a [<!ATTLIST a x CDATA '&undeclared;'>]><a/>"})
@@ -456,4 +459,30 @@ TEST(KXmlParser, ConformanceSuite) {
          nValidOk, nValid, (int)validExceptions.size(), nRejected, nNotWf, (int)tolerated.size());
   EXPECT_GT(nValid, 100);
   EXPECT_GT(nNotWf, 100);
+}
+
+TEST(KXmlParser, AttributeListReusedBetweenTags) {
+  // The list handed to OnStartTag is refilled for every tag: a handler that
+  // keeps copies of its texts, removes and adds pairs, still sees each
+  // tag's own attributes, and its copies keep their texts.
+  class CKeeper : public CKXmlParser {
+  public:
+    std::vector<CKString> kept;
+    std::string seen;
+    int OnStartTag(const char* n, CKListParamValue* a) override {
+      seen += std::string(n) + ":";
+      for (int i = 0; i < a->Count(); ++i) {
+        kept.push_back(a->GetValue(i));  // shares the parser's text block
+        seen += " " + S(a->GetParam(i)) + "=" + S(a->GetValue(i));
+      }
+      if (a->Count()) a->Remove(0);
+      a->AddValue("added", "by the handler");
+      return TRUE;
+    }
+  } k;
+  ASSERT_TRUE(k.Parse("<r p='a value longer than the first block of a string' q='x'>"
+                      "<b p='s'/><c p='' q='medium' r='zz'/><d/><e q='x' p='a value'/></r>"));
+  for (const CKString& v : k.kept) k.seen += "|" + S(v);
+  EXPECT_EQ(k.seen, "R: p=a value longer than the first block of a string q=xB: p=sC: p= q=medium r=zzD:E: q=x p=a value"
+                    "|a value longer than the first block of a string|x|s||medium|zz|x|a value");
 }

@@ -82,10 +82,9 @@ public:
   int m_nData;  // free integer for the owner, copied with the node
 
 protected:
-  // Appends an attribute whose texts are shared, not copied (the builder's
-  // interned names and values).
-  void AddParamShared(const CKString& strName, const CKString& strValue);
   void SmallSteps();
+  // Deletes the children, leaving the array (count 0) in place.
+  void FreeChildren();
 
   CKXmlTreeNodeList m_Children;
   CKXmlTreeNode* m_pFather;
