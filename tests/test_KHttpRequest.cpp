@@ -336,7 +336,7 @@ TEST(KHttpMiniServer, StopLeavesNothingBehind) {
   }
   late.Close();
   if (nThreads0 < 0) GTEST_SKIP() << "no /proc here to count threads and descriptors";
-  EXPECT_TRUE(KTestEventually([&]() { return KTestCountDir("/proc/self/task") == nThreads0; }));
+  EXPECT_TRUE(KTestEventually([&]() { return KTestCountDir("/proc/self/task") <= nThreads0; }));
   EXPECT_EQ(nFds0, KTestCountDir("/proc/self/fd"));
 }
 
@@ -477,7 +477,7 @@ TEST(KHttpMiniServer, Soak) {
   EXPECT_EQ(4000, nGood.load() + nBad.load());
   EXPECT_GE(nBad.load(), 400);
   if (nThreads0 < 0) GTEST_SKIP() << "no /proc here to count threads, descriptors and memory";
-  EXPECT_TRUE(KTestEventually([&]() { return KTestCountDir("/proc/self/task") == nThreads0; }));
+  EXPECT_TRUE(KTestEventually([&]() { return KTestCountDir("/proc/self/task") <= nThreads0; }));
   EXPECT_EQ(nFds0, KTestCountDir("/proc/self/fd"));
   // Slack for the allocator's caches; a leak of 1 KiB per request would not pass it.
   if (nKiB1 >= 0) {

@@ -58,10 +58,19 @@ void SleepMs(uint32_t nMilliseconds);
 // Identifier of the calling thread (a small stable number per thread).
 uint32_t CurrentThreadId();
 
-// Threads. A thread runs pFunc(pArg) and then ends. nStackSize 0 takes the
-// system's default stack; null when the thread cannot be created (reported).
+// Threads. A thread is one job: it runs pFunc(pArg) and then ends. nStackSize
+// 0 takes the system's default stack; null when the thread cannot be created
+// (reported). The handle is also stored in *ppHandle (if given) before
+// pFunc can start, and reset there on failure.
+//
+// Jobs with the default stack run on pooled OS threads: a thread that
+// finished a job waits up to 2 s for the next one (at most 64 wait), so
+// CurrentThreadId may repeat from one job to the next, as the OS reuses ids
+// anyway. A job starts with the priority the OS thread was born with; a
+// forced termination ends that OS thread, never a later job.
 struct Thread;
-Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize = 0);
+Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize = 0,
+                     Thread** ppHandle = nullptr);
 // Waits for the end up to nMilliseconds; true when it has ended.
 bool ThreadWait(Thread* t, uint32_t nMilliseconds);
 bool ThreadHasEnded(Thread* t);
