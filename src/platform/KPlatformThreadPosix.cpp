@@ -10,6 +10,7 @@
 #include <new>
 
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
@@ -319,11 +320,13 @@ thread_local Thread* tJob = nullptr;
 thread_local bool tPriorityTouched = false;
 thread_local int tBirthNice = 0;
 
-// Parked workers: each waits on its own condition for a job, on its own
-// stack. The pool is plain static data without a destructor, so workers
-// still parked while the process exits never touch a destroyed object.
+// Parked workers: each waits on its own semaphore for a job, on its own
+// stack; the job is handed over under the pool lock and the semaphore is
+// posted after it, so the woken worker never waits for that lock. The pool
+// is plain static data without a destructor, so workers still parked while
+// the process exits never touch a destroyed object.
 struct Worker {
-  pthread_cond_t cond;
+  sem_t sem;
   Thread* pJob;
   Worker* pPrev;
   Worker* pNext;
@@ -378,6 +381,29 @@ bool ReadyForNextJob(bool bCancelled) {
   return true;
 }
 
+// Waits for the semaphore until ts (CLOCK_MONOTONIC), or for ever when ts
+// is null; false on time-out or failure (reported).
+bool SemWait(sem_t* p, const struct timespec* ts) {
+  for (;;) {
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 30)
+    const int rc = ts ? sem_clockwait(p, CLOCK_MONOTONIC, ts) : sem_wait(p);
+#else
+    // Without a monotonic wait the idle time-out follows the wall clock.
+    struct timespec tsReal;
+    if (ts && clock_gettime(CLOCK_REALTIME, &tsReal) != 0) {
+      ReportError("clock_gettime", errno);
+      return false;
+    }
+    if (ts) tsReal.tv_sec += kParkMs / 1000 + 1;
+    const int rc = ts ? sem_timedwait(p, &tsReal) : sem_wait(p);
+#endif
+    if (rc == 0) return true;
+    if (errno == EINTR) continue;
+    if (errno != ETIMEDOUT) ReportError("sem_wait", errno);
+    return false;
+  }
+}
+
 // Parks the worker until a job comes (returned) or the time-out passes or
 // the pool is full (null: the worker ends).
 Thread* Park(Worker* w) {
@@ -404,23 +430,25 @@ Thread* Park(Worker* w) {
   if (gpParked) gpParked->pPrev = w;
   gpParked = w;
   ++gnParked;
-  while (!w->pJob) {
-    rc = pthread_cond_timedwait(&w->cond, &gPoolMutex, &ts);
-    if (rc == ETIMEDOUT) break;
-    if (rc != 0) {
-      ReportError("pthread_cond_timedwait", rc);
-      break;
-    }
+  pthread_mutex_unlock(&gPoolMutex);
+  if (SemWait(&w->sem, &ts)) return w->pJob;
+  rc = pthread_mutex_lock(&gPoolMutex);
+  if (rc != 0) {
+    // Cannot tell whether a job is on its way: wait for it rather than lose it.
+    ReportError("pthread_mutex_lock", rc);
+    return SemWait(&w->sem, nullptr) ? w->pJob : nullptr;
   }
-  Thread* t = w->pJob;
-  if (!t) {
-    // Still listed: nobody handed it a job.
+  const bool bListed = w->pJob == nullptr;
+  if (bListed) {
+    // Nobody took it: it leaves the pool.
     if (w->pPrev) w->pPrev->pNext = w->pNext; else gpParked = w->pNext;
     if (w->pNext) w->pNext->pPrev = w->pPrev;
     --gnParked;
   }
   pthread_mutex_unlock(&gPoolMutex);
-  return t;
+  if (bListed) return nullptr;
+  // Taken just as the wait ended: the post is on its way.
+  return SemWait(&w->sem, nullptr) ? w->pJob : nullptr;
 }
 
 // Hands the job to a parked worker; false when none is parked.
@@ -436,11 +464,14 @@ bool HandToParked(Thread* t) {
     if (gpParked) gpParked->pPrev = nullptr;
     --gnParked;
     w->pJob = t;
-    const int rcSignal = pthread_cond_signal(&w->cond);
-    if (rcSignal != 0) ReportError("pthread_cond_signal", rcSignal);
   }
   pthread_mutex_unlock(&gPoolMutex);
-  return w != nullptr;
+  if (!w) return false;
+  // The worker waits for this post before it can go: w stays valid. If the
+  // post fails the worker never runs the job: a new thread takes it.
+  if (sem_post(&w->sem) == 0) return true;
+  ReportError("sem_post", errno);
+  return false;
 }
 
 struct WorkerStart {
@@ -474,26 +505,17 @@ static void* WorkerMain(void* p) {
   pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
   tIsWorker = true;
   Worker w;
-  if (bPooled) {
-    pthread_condattr_t a;
-    int rc = pthread_condattr_init(&a);
-    if (rc == 0) {
-      rc = pthread_condattr_setclock(&a, CLOCK_MONOTONIC);
-      if (rc == 0) rc = pthread_cond_init(&w.cond, &a);
-      pthread_condattr_destroy(&a);
-    }
-    // Without its condition the worker runs this one job only.
-    if (rc != 0) {
-      ReportError("pthread_cond_init", rc);
-      bPooled = false;
-    }
+  // Without its semaphore the worker runs this one job only.
+  if (bPooled && sem_init(&w.sem, 0, 0) != 0) {
+    ReportError("sem_init", errno);
+    bPooled = false;
   }
-  // A forced termination unwinds through here: the condition goes with it.
-  struct CondRelease {
+  // A forced termination unwinds through here: the semaphore goes with it.
+  struct SemRelease {
     Worker* w;
     bool b;
-    ~CondRelease() {
-      if (b) pthread_cond_destroy(&w->cond);
+    ~SemRelease() {
+      if (b) sem_destroy(&w->sem);
     }
   } release{&w, bPooled};
   while (t) {
