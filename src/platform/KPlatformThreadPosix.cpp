@@ -21,6 +21,7 @@
 #include <base/tools/KException.h>
 
 #include "platform/KPlatformEnv.h"
+#include "platform/KPlatformThreadPool.h"
 
 namespace kplat {
 
@@ -222,18 +223,22 @@ static bool MonotonicNow(struct timespec* ts) {
   return false;
 }
 
+// The CLOCK_MONOTONIC time nMilliseconds from now.
+static bool DeadlineIn(uint32_t nMilliseconds, struct timespec* ts) {
+  if (!MonotonicNow(ts)) return false;
+  ts->tv_sec += nMilliseconds / 1000;
+  ts->tv_nsec += (long)(nMilliseconds % 1000) * 1000000L;
+  if (ts->tv_nsec >= 1000000000L) {
+    ts->tv_sec++;
+    ts->tv_nsec -= 1000000000L;
+  }
+  return true;
+}
+
 bool EventWait(Event* e, uint32_t nMilliseconds) {
   const bool bForever = nMilliseconds == 0xFFFFFFFFu;
   struct timespec ts = {0, 0};
-  if (!bForever) {
-    if (!MonotonicNow(&ts)) return false;
-    ts.tv_sec += nMilliseconds / 1000;
-    ts.tv_nsec += (long)(nMilliseconds % 1000) * 1000000L;
-    if (ts.tv_nsec >= 1000000000L) {
-      ts.tv_sec++;
-      ts.tv_nsec -= 1000000000L;
-    }
-  }
+  if (!bForever && !DeadlineIn(nMilliseconds, &ts)) return false;
   if (!LockEvent(e)) return false;
   bool bSignalled;
   {
@@ -333,13 +338,8 @@ struct Worker {
 };
 
 pthread_mutex_t gPoolMutex = PTHREAD_MUTEX_INITIALIZER;
-Worker* gpParked = nullptr;  // most recently parked first: its stack is warm
-unsigned gnParked = 0;
-
-// Bounds of the pool: at most this many idle workers, each leaving after
-// this long without a job.
-const unsigned kMaxParked = 64;
-const uint32_t kParkMs = 2000;
+pool::Parked<Worker> gParked;  // under gPoolMutex
+using pool::kParkMs;
 
 // Ends a job once, when its body returns and when a forced termination
 // unwinds it: marks it ended and tells whether a termination was sent (that
@@ -408,28 +408,17 @@ bool SemWait(sem_t* p, const struct timespec* ts) {
 // the pool is full (null: the worker ends).
 Thread* Park(Worker* w) {
   struct timespec ts;
-  if (!MonotonicNow(&ts)) return nullptr;
-  ts.tv_sec += kParkMs / 1000;
-  ts.tv_nsec += (long)(kParkMs % 1000) * 1000000L;
-  if (ts.tv_nsec >= 1000000000L) {
-    ts.tv_sec++;
-    ts.tv_nsec -= 1000000000L;
-  }
+  if (!DeadlineIn(kParkMs, &ts)) return nullptr;
   int rc = pthread_mutex_lock(&gPoolMutex);
   if (rc != 0) {
     ReportError("pthread_mutex_lock", rc);
     return nullptr;
   }
-  if (gnParked >= kMaxParked) {
+  w->pJob = nullptr;
+  if (!gParked.Push(w)) {
     pthread_mutex_unlock(&gPoolMutex);
     return nullptr;
   }
-  w->pJob = nullptr;
-  w->pPrev = nullptr;
-  w->pNext = gpParked;
-  if (gpParked) gpParked->pPrev = w;
-  gpParked = w;
-  ++gnParked;
   pthread_mutex_unlock(&gPoolMutex);
   if (SemWait(&w->sem, &ts)) return w->pJob;
   rc = pthread_mutex_lock(&gPoolMutex);
@@ -441,9 +430,7 @@ Thread* Park(Worker* w) {
   const bool bListed = w->pJob == nullptr;
   if (bListed) {
     // Nobody took it: it leaves the pool.
-    if (w->pPrev) w->pPrev->pNext = w->pNext; else gpParked = w->pNext;
-    if (w->pNext) w->pNext->pPrev = w->pPrev;
-    --gnParked;
+    gParked.Remove(w);
   }
   pthread_mutex_unlock(&gPoolMutex);
   if (bListed) return nullptr;
@@ -458,13 +445,8 @@ bool HandToParked(Thread* t) {
     ReportError("pthread_mutex_lock", rc);
     return false;
   }
-  Worker* w = gpParked;
-  if (w) {
-    gpParked = w->pNext;
-    if (gpParked) gpParked->pPrev = nullptr;
-    --gnParked;
-    w->pJob = t;
-  }
+  Worker* w = gParked.Pop();
+  if (w) w->pJob = t;
   pthread_mutex_unlock(&gPoolMutex);
   if (!w) return false;
   // The worker waits for this post before it can go: w stays valid. If the

@@ -14,6 +14,7 @@
 #include <base/tools/KException.h>
 
 #include "platform/KPlatformEnv.h"
+#include "platform/KPlatformThreadPool.h"
 
 namespace kplat {
 
@@ -256,11 +257,7 @@ struct Worker {
 };
 
 SRWLOCK gPoolLock = SRWLOCK_INIT;
-Worker* gpParked = nullptr;  // most recently parked first
-unsigned gnParked = 0;
-
-const unsigned kMaxParked = 64;
-const DWORD kParkMs = 2000;
+pool::Parked<Worker> gParked;  // under gPoolLock
 
 struct WorkerStart {
   Thread* pJob;
@@ -300,17 +297,12 @@ bool ReadyForNextJob(bool bCancelled) {
 // full (null: the worker ends).
 Thread* Park(Worker* w) {
   AcquireSRWLockExclusive(&gPoolLock);
-  if (gnParked >= kMaxParked) {
+  w->pJob = nullptr;
+  if (!gParked.Push(w)) {
     ReleaseSRWLockExclusive(&gPoolLock);
     return nullptr;
   }
-  w->pJob = nullptr;
-  w->pPrev = nullptr;
-  w->pNext = gpParked;
-  if (gpParked) gpParked->pPrev = w;
-  gpParked = w;
-  ++gnParked;
-  const ULONGLONG nDeadline = GetTickCount64() + kParkMs;
+  const ULONGLONG nDeadline = GetTickCount64() + pool::kParkMs;
   while (!w->pJob) {
     const ULONGLONG nNow = GetTickCount64();
     if (nNow >= nDeadline) break;
@@ -322,22 +314,15 @@ Thread* Park(Worker* w) {
     }
   }
   Thread* t = w->pJob;
-  if (!t) {
-    if (w->pPrev) w->pPrev->pNext = w->pNext; else gpParked = w->pNext;
-    if (w->pNext) w->pNext->pPrev = w->pPrev;
-    --gnParked;
-  }
+  if (!t) gParked.Remove(w);  // nobody took it: it leaves the pool
   ReleaseSRWLockExclusive(&gPoolLock);
   return t;
 }
 
 bool HandToParked(Thread* t) {
   AcquireSRWLockExclusive(&gPoolLock);
-  Worker* w = gpParked;
+  Worker* w = gParked.Pop();
   if (w) {
-    gpParked = w->pNext;
-    if (gpParked) gpParked->pPrev = nullptr;
-    --gnParked;
     w->pJob = t;
     WakeConditionVariable(&w->cond);
   }
