@@ -332,7 +332,9 @@ thread_local int tBirthNice = 0;
 // the process exits never touch a destroyed object.
 struct Worker {
   sem_t sem;
-  Thread* pJob;
+  // Published with release order before the post: the semaphore orders it
+  // too, but not every checker sees that through sem_clockwait.
+  std::atomic<Thread*> pJob;
   Worker* pPrev;
   Worker* pNext;
 };
@@ -414,20 +416,20 @@ Thread* Park(Worker* w) {
     ReportError("pthread_mutex_lock", rc);
     return nullptr;
   }
-  w->pJob = nullptr;
+  w->pJob.store(nullptr, std::memory_order_relaxed);
   if (!gParked.Push(w)) {
     pthread_mutex_unlock(&gPoolMutex);
     return nullptr;
   }
   pthread_mutex_unlock(&gPoolMutex);
-  if (SemWait(&w->sem, &ts)) return w->pJob;
+  if (SemWait(&w->sem, &ts)) return w->pJob.load(std::memory_order_acquire);
   rc = pthread_mutex_lock(&gPoolMutex);
   if (rc != 0) {
     // Cannot tell whether a job is on its way: wait for it rather than lose it.
     ReportError("pthread_mutex_lock", rc);
-    return SemWait(&w->sem, nullptr) ? w->pJob : nullptr;
+    return SemWait(&w->sem, nullptr) ? w->pJob.load(std::memory_order_acquire) : nullptr;
   }
-  const bool bListed = w->pJob == nullptr;
+  const bool bListed = w->pJob.load(std::memory_order_acquire) == nullptr;
   if (bListed) {
     // Nobody took it: it leaves the pool.
     gParked.Remove(w);
@@ -435,7 +437,7 @@ Thread* Park(Worker* w) {
   pthread_mutex_unlock(&gPoolMutex);
   if (bListed) return nullptr;
   // Taken just as the wait ended: the post is on its way.
-  return SemWait(&w->sem, nullptr) ? w->pJob : nullptr;
+  return SemWait(&w->sem, nullptr) ? w->pJob.load(std::memory_order_acquire) : nullptr;
 }
 
 // Hands the job to a parked worker; false when none is parked.
@@ -446,7 +448,7 @@ bool HandToParked(Thread* t) {
     return false;
   }
   Worker* w = gParked.Pop();
-  if (w) w->pJob = t;
+  if (w) w->pJob.store(t, std::memory_order_release);
   pthread_mutex_unlock(&gPoolMutex);
   if (!w) return false;
   // The worker waits for this post before it can go: w stays valid. If the
