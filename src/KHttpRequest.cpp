@@ -432,7 +432,7 @@ void CKHttpMiniServer::Func() {
     if (!SelectRead(kPollMicros)) continue;
     // Takes every connection already waiting before it waits again.
     int bAccepted = TRUE;
-    while (bAccepted) {
+    while (bAccepted && !IsStopping()) {
       if (!AcceptOne(&bAccepted)) {
         KLog(KLOG_ASSERT, LastError());
         return;

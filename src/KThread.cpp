@@ -134,7 +134,6 @@ int CKThread::Start() {
     return FALSE;
   }
   return TRUE;
-  return TRUE;
 }
 
 int CKThread::Start(KThreadFunc pFunc, CKThread* pObj, long lParam1, long lParam2,

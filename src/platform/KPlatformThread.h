@@ -3,9 +3,11 @@
 // POSIX: KPlatformThreadPosix.cpp (pthreads). Windows counterparts: Mutex is
 // a CRITICAL_SECTION (Enter/Leave/TryEnterCriticalSection, its OwningThread
 // for MutexIsOwned); Event is CreateEvent/SetEvent/ResetEvent with
-// WaitForSingleObject; Thread is _beginthreadex with WaitForSingleObject on
-// its handle and TerminateThread for ThreadTerminate; priorities are
-// SetThreadPriority/GetThreadPriority; CurrentThreadId is GetCurrentThreadId.
+// WaitForSingleObject; Thread is a job run by a _beginthreadex thread (new,
+// or parked in a pool on an SRWLOCK and a CONDITION_VARIABLE), its end an
+// event, ThreadTerminate a flag acted on at the library's waits (never
+// TerminateThread); priorities are SetThreadPriority/GetThreadPriority;
+// CurrentThreadId is GetCurrentThreadId.
 //
 // Creation functions throw CKMemoryException when the system has no room;
 // every other failure is reported (type 10 log line) and returned.
