@@ -476,7 +476,10 @@ static void RunJob(Thread* t, bool* pbCancelled) {
     bPending = t->bCancelAsked;
     pthread_mutex_unlock(&t->pEnded->m);
   }
-  if (bPending) pthread_cancel(pthread_self());
+  if (bPending) {
+    const int rc = pthread_cancel(pthread_self());
+    if (rc != 0) ReportError("pthread_cancel", rc);
+  }
   tJob = t;
   t->pFunc(t->pArg);
 }
