@@ -17,6 +17,8 @@
 namespace {
 
 const unsigned long kChunk = 65536;
+// The first receive's room: a whole ordinary request.
+const unsigned kFirstRoom = 4096;
 // The accept loop's wait for a connection, and the slice in which a waiting
 // connection notices that its server stops.
 const unsigned long kPollMicros = 50000;
@@ -50,6 +52,30 @@ long long ContentLength(const char* s, unsigned nMax) {
   }
   while (*s == ' ' || *s == '\t') ++s;
   return *s ? -1 : (long long)n;
+}
+
+// The current date as the Date line gives it. Formatting it reads the time
+// zone (a file look-up per call on some systems), so each thread keeps the
+// text of the last second it formatted; a second that changed while it was
+// formatted is not kept. No destructor: MinGW frees thread-local storage
+// before running such destructors.
+struct DateCache {
+  long long nSecond;
+  char sz[40];
+};
+thread_local DateCache tDate = {-1, {0}};
+
+CKString HttpDateNow() {
+  const long long nBefore = (long long)kplat::CurrentTime();
+  if (nBefore == tDate.nSecond) return CKString(tDate.sz);
+  CKDateTime now;
+  now.CurrentDate();
+  CKString str = now.FormatHttp(TRUE);
+  if ((long long)kplat::CurrentTime() == nBefore && str.GetLength() < sizeof(tDate.sz)) {
+    memcpy(tDate.sz, (const char*)str, str.GetLength() + 1);
+    tDate.nSecond = nBefore;
+  }
+  return str;
 }
 
 }  // namespace
@@ -234,8 +260,15 @@ int CKHttpMiniClient::ReadUntil(unsigned nWant, int* pnHeaderEnd) {
     if (m_pServer && m_pServer->m_bShuttingDown.load()) return FALSE;
     // Waits for data instead of polling; a closed peer is readable too.
     if (!SelectRead(kPollMicros)) continue;
-    if (!Read()) return FALSE;
-    if (m_mem.GetLength() == n) return FALSE;  // end of stream
+    // One receive per wake-up: the loop looks at the bytes before it waits
+    // again. The room grows with the request (a small request costs no
+    // 64 KiB buffer to clear), up to the chunk of Read.
+    const unsigned nRoom = n < kFirstRoom ? kFirstRoom : n < kChunk ? n : (unsigned)kChunk;
+    unsigned char* pRoom = m_mem.GetFromStart(nRoom);
+    if (!pRoom) return FALSE;
+    const long k = kplat::SockRecv((SOCKET)*this, pRoom, nRoom);
+    if (k <= 0) return FALSE;  // failure or end of stream
+    m_mem.IncreaseOffset((unsigned)k);
   }
 }
 
@@ -255,8 +288,6 @@ void CKHttpMiniClient::Func() {
     if (pBuf && nText) memcpy(pBuf, p, nText);
   }
   strText.Replace("\r\n", "\n");
-  CKDateTime now;
-  now.CurrentDate();
   CKString strHeaders = m_pServer ? m_pServer->GetDefaultHeaders() : CKString();
 
   CKList lines;
@@ -340,6 +371,12 @@ int CKHttpMiniServer::StartServer() {
 }
 
 int CKHttpMiniServer::AcceptNewConnections() {
+  int bAccepted = FALSE;
+  return AcceptOne(&bAccepted);
+}
+
+int CKHttpMiniServer::AcceptOne(int* pbAccepted) {
+  *pbAccepted = FALSE;
   CKHttpMiniClient* pClient = nullptr;
   {
     // The accepted socket's block is shared without a lock: this copy must be
@@ -347,6 +384,7 @@ int CKHttpMiniServer::AcceptNewConnections() {
     CKSocket connection;
     if (!Accept(connection, TRUE)) return FALSE;
     if (!connection.IsValid()) return TRUE;
+    *pbAccepted = TRUE;
     pClient = GetNewClient();
     if (!pClient) return TRUE;
     ++m_nClients;
@@ -361,10 +399,8 @@ int CKHttpMiniServer::AcceptNewConnections() {
 CKHttpMiniClient* CKHttpMiniServer::GetNewClient() { return new (std::nothrow) CKHttpMiniClient(); }
 
 CKString CKHttpMiniServer::GetDefaultHeaders() {
-  CKDateTime now;
-  now.CurrentDate();
   CKString str("HTTP/1.1 200 OK\r\nDate: ");
-  str += now.FormatHttp(TRUE);
+  str += HttpDateNow();
   str += "\r\nServer: HttpMiniServer\r\n~~~~~~~~~~~~~~: ~~~\r\nConnection: close\r\n"
          "Content-Type: text/html; charset=ISO-8859-1\r\n";
   return str;
@@ -394,9 +430,13 @@ void CKHttpMiniServer::Func() {
     // Waits for a connection (up to 50 ms, so that a stop is seen) instead
     // of sleeping; after an accept, looks again at once.
     if (!SelectRead(kPollMicros)) continue;
-    if (!AcceptNewConnections()) {
-      KLog(KLOG_ASSERT, LastError());
-      return;
+    // Takes every connection already waiting before it waits again.
+    int bAccepted = TRUE;
+    while (bAccepted && !IsStopping()) {
+      if (!AcceptOne(&bAccepted)) {
+        KLog(KLOG_ASSERT, LastError());
+        return;
+      }
     }
   } while (!IsStopping());
 }

@@ -39,8 +39,7 @@ CKThread::CKThread(HWND hNotify)
       m_bRunning(0),
       m_cLang(0),
       m_nStackSize(0),
-      m_pThread(nullptr),
-      m_pStartGate(kplat::EventNew(true, false)) {}
+      m_pThread(nullptr) {}
 
 CKThread::~CKThread() {
   // A destructor must not be cut short by a pending forced termination of
@@ -49,13 +48,11 @@ CKThread::~CKThread() {
   if (!m_bAutoDelete) StopAndWait(1);
   kplat::ThreadRelease(m_pThread);
   m_pThread = nullptr;
-  kplat::EventFree(m_pStartGate);
   kplat::EventFree(m_pStopEvent);
 }
 
 void CKThread::ThreadEntry(void* pArg) {
   CKThread* pThis = static_cast<CKThread*>(pArg);
-  kplat::EventWait(pThis->m_pStartGate, 0xFFFFFFFFu);
   // There is no message loop: whatever InitInstance says, the thread ends.
   pThis->InitInstance();
   // The body is over: a forced termination has nothing left to cut short,
@@ -63,6 +60,11 @@ void CKThread::ThreadEntry(void* pArg) {
   kplat::NoCancelScope noCancel;
   pThis->ExitInstance();
   if (pThis->m_bAutoDelete) delete pThis;
+  // The OS thread may run another job next: it must find the thread state
+  // a new thread starts with.
+  KLangSetThreadLang(0);
+  KLangExtSetThreadLang(nullptr);
+  kplat::SockSetLastError(0);
 }
 
 BOOL CKThread::InitInstance() {
@@ -123,17 +125,14 @@ int CKThread::Start() {
   m_bEnded = 0;
   kplat::ThreadRelease(m_pThread);
   m_pThread = nullptr;
-  kplat::EventReset(m_pStartGate);
-  kplat::Thread* pThread = kplat::ThreadCreate(&CKThread::ThreadEntry, this, m_nStackSize);
-  if (!pThread) {
+  // The handle is in m_pThread before the body can run; from then on an
+  // auto-deleting object belongs to its thread.
+  if (!kplat::ThreadCreate(&CKThread::ThreadEntry, this, m_nStackSize, &m_pThread)) {
     m_bRunning = 0;
     m_iError = 1;
     KLog(KLOG_ERROR, "ERROR => CKThread::Start: the thread cannot be created");
     return FALSE;
   }
-  m_pThread = pThread;
-  // From here on an auto-deleting object belongs to its thread.
-  kplat::EventSet(m_pStartGate);
   return TRUE;
 }
 

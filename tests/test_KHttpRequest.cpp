@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -13,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <base/classes/list/KList.h>
+#include <base/tools/KDateTime.h>
 #include <base/tools/KHttpRequest.h>
 #include <base/tools/KSocket.h>
 #include <base/tools/KStr.h>
@@ -195,6 +197,17 @@ TEST(KHttpMiniServer, DefaultAnswersAndDispatch) {
   EXPECT_EQ(DefaultAnswer(), WithoutDate(KTestExchange(plain.server.Port(), "PUT / HTTP/1.1\r\n\r\n")));
   const std::string strHeaders = plain.server.GetDefaultHeaders().GetString();
   EXPECT_EQ(std::string("HTTP/1.1 200 OK\r\nDate: <date>") + kHeadTail, WithoutDate(strHeaders));
+  // The date is the current one, also after the second it was first made in.
+  const time_t t0 = time(nullptr);
+  ASSERT_TRUE(KTestEventually([&]() { return time(nullptr) != t0; }));
+  for (int i = 0; i < 2; ++i) {
+    const time_t tBefore = time(nullptr);
+    const std::string strDate = plain.server.GetDefaultHeaders().Mid(23, 29).GetString();
+    const time_t tAfter = time(nullptr);
+    EXPECT_TRUE(strDate == CKDateTime::FormatHttp3((long)tBefore).GetString() ||
+                strDate == CKDateTime::FormatHttp3((long)tAfter).GetString())
+        << strDate;
+  }
 
   Running<CEchoServer> echo;
   const unsigned short nPort = echo.server.Port();
@@ -336,7 +349,7 @@ TEST(KHttpMiniServer, StopLeavesNothingBehind) {
   }
   late.Close();
   if (nThreads0 < 0) GTEST_SKIP() << "no /proc here to count threads and descriptors";
-  EXPECT_TRUE(KTestEventually([&]() { return KTestCountDir("/proc/self/task") == nThreads0; }));
+  EXPECT_TRUE(KTestEventually([&]() { return KTestCountDir("/proc/self/task") <= nThreads0; }));
   EXPECT_EQ(nFds0, KTestCountDir("/proc/self/fd"));
 }
 
@@ -477,7 +490,7 @@ TEST(KHttpMiniServer, Soak) {
   EXPECT_EQ(4000, nGood.load() + nBad.load());
   EXPECT_GE(nBad.load(), 400);
   if (nThreads0 < 0) GTEST_SKIP() << "no /proc here to count threads, descriptors and memory";
-  EXPECT_TRUE(KTestEventually([&]() { return KTestCountDir("/proc/self/task") == nThreads0; }));
+  EXPECT_TRUE(KTestEventually([&]() { return KTestCountDir("/proc/self/task") <= nThreads0; }));
   EXPECT_EQ(nFds0, KTestCountDir("/proc/self/fd"));
   // Slack for the allocator's caches; a leak of 1 KiB per request would not pass it.
   if (nKiB1 >= 0) {

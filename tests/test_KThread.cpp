@@ -236,6 +236,95 @@ TEST(KThread, Priorities) {
   EXPECT_EQ(expected, tools.Texts());
 }
 
+// Which job last ran on the calling OS thread: 0 on a thread that never ran one.
+thread_local int tLastJob = 0;
+
+struct Job {
+  int nIndex = 0;
+  int nFoundOnThread = -1;  // tLastJob when the job began
+  bool bLowered = false;    // the job lowered its priority itself
+  std::promise<void> done;
+};
+
+void JobBody(CKThread* pObj, long, long, const char*, const char*) {
+  Job* p = reinterpret_cast<Job*>(pObj);
+  p->nFoundOnThread = tLastJob;
+  tLastJob = p->nIndex;
+  p->bLowered = KThreadPrioritySetLowest() != 0;
+  p->done.set_value();
+}
+
+// Runs jobs one after the other until one lands on an OS thread that ran an
+// earlier one; false if none did in nMax jobs.
+bool RunUntilReused(int nFirst, int nMax, std::vector<int>& found, CKTestLog& tools) {
+  for (int i = 0; i < nMax; ++i) {
+    Job job;
+    job.nIndex = nFirst + i;
+    CKThread th;
+    th.m_bAutoDelete = FALSE;
+    tools.Clear();
+    EXPECT_TRUE(th.Start(JobBody, reinterpret_cast<CKThread*>(&job), 0, 0, nullptr, nullptr));
+    job.done.get_future().wait();
+    th.StopAndWait(5);
+    // A lowered priority left by an earlier job would have made this a no-op.
+    EXPECT_EQ(CKTestLog::Strings{"Priority Set Lowest"}, tools.Texts()) << job.nIndex;
+    found.push_back(job.nFoundOnThread);
+    if (job.nFoundOnThread != 0) return true;
+    std::this_thread::yield();
+  }
+  return false;
+}
+
+TEST(KThread, JobsReuseParkedThreadsAndStartClean) {
+  CKTestLog tools;
+  std::vector<int> found;
+  // A job that finished leaves its OS thread parked for the next one, which
+  // starts at the normal priority whatever the previous job set.
+  const bool bReused = RunUntilReused(1, 200, found, tools);
+  int bCanRestore = FALSE;
+  std::thread([&] {
+    KThreadPrioritySetLowest();
+    bCanRestore = KThreadPrioritySetNormal();
+  }).join();
+  // Where the priority cannot be raised back, the thread is not reused.
+  EXPECT_TRUE(bReused || !bCanRestore) << "no job ran on a parked thread";
+
+  // A terminated job takes its OS thread with it: no later job runs there.
+  struct Marked : Stubborn {
+    Marked() : Stubborn(nullptr, false) {}
+    void Func() override {
+      tLastJob = 999;
+      Stubborn::Func();
+    }
+  } stuck;
+  ASSERT_TRUE(stuck.Start());
+  stuck.m_started.get_future().wait();
+  stuck.StopAndWait(0);
+  EXPECT_TRUE(stuck.m_bUnwound && !stuck.IsRunning());
+  found.clear();
+  RunUntilReused(1000, 20, found, tools);
+  for (int n : found) EXPECT_NE(999, n);
+
+  // Many short jobs from several threads at once, every one run once.
+  std::atomic<int> nRuns(0);
+  std::vector<std::thread> starters;
+  for (int t = 0; t < 4; ++t)
+    starters.emplace_back([&nRuns] {
+      for (int i = 0; i < 50; ++i) {
+        CKThread th;
+        th.m_bAutoDelete = FALSE;
+        ASSERT_TRUE(th.Start(
+            [](CKThread* p, long, long, const char*, const char*) {
+              ++*reinterpret_cast<std::atomic<int>*>(p);
+            },
+            reinterpret_cast<CKThread*>(&nRuns), 0, 0, nullptr, nullptr));
+        th.StopAndWait(5);
+      }
+    });
+  for (std::thread& t : starters) t.join();
+  EXPECT_EQ(200, nRuns.load());
+}
+
 TEST(KThread, TimerArithmetic) {
   CKTimer t(FALSE);
   EXPECT_TRUE(t.IsNull());

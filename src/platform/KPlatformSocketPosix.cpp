@@ -75,7 +75,7 @@ bool Refused(const char* szCall, int e) {
   return false;
 }
 
-[[maybe_unused]] bool SetCloseOnExec(int fd) {
+bool SetCloseOnExec(int fd) {
   const int nFlags = fcntl(fd, F_GETFD);
   if (nFlags < 0 || fcntl(fd, F_SETFD, nFlags | FD_CLOEXEC) < 0) return Refused("fcntl", errno);
   return true;
@@ -94,6 +94,16 @@ bool SetNoSigPipe(int fd) {
   return true;
 }
 
+// A new descriptor made ready for use (close-on-exec when the call could
+// not ask for it, no SIGPIPE), or closed when it cannot be.
+uintptr_t Prepared(int fd, bool bSetCloseOnExec) {
+  if ((bSetCloseOnExec && !SetCloseOnExec(fd)) || !SetNoSigPipe(fd)) {
+    close(fd);
+    return kSockInvalid;
+  }
+  return (uintptr_t)fd;
+}
+
 #if defined(MSG_NOSIGNAL)
 const int kSendFlags = MSG_NOSIGNAL;
 #else
@@ -108,15 +118,17 @@ uint64_t NowMicros() {
   return (uint64_t)ts.tv_sec * 1000000u + (uint64_t)ts.tv_nsec / 1000u;
 }
 
-bool ToSockaddr(uint32_t nAddr, uint16_t nPort, sockaddr_in& sa) {
-  memset(&sa, 0, sizeof(sa));
-  sa.sin_family = AF_INET;
-  sa.sin_port = htons(nPort);
-  sa.sin_addr.s_addr = nAddr;
-  return true;
-}
+bool RefusedNow(const char* szCall) { return Refused(szCall, errno); }
+bool RefusedNotIpv4(const char* szCall) { return Refused(szCall, EAFNOSUPPORT); }
 
 }  // namespace
+}  // namespace kplat
+
+#include "platform/KPlatformSocketShared.h"
+
+namespace kplat {
+
+using sockshared::ToSockaddr;
 
 int SockLastError() { return tSockError; }
 void SockSetLastError(int nCode) { tSockError = nCode; }
@@ -131,17 +143,11 @@ uintptr_t SockCreateTcp4() {
     Refused("socket", errno);
     return kSockInvalid;
   }
-#if !defined(SOCK_CLOEXEC)
-  if (!SetCloseOnExec(fd)) {
-    close(fd);
-    return kSockInvalid;
-  }
+#if defined(SOCK_CLOEXEC)
+  return Prepared(fd, false);
+#else
+  return Prepared(fd, true);
 #endif
-  if (!SetNoSigPipe(fd)) {
-    close(fd);
-    return kSockInvalid;
-  }
-  return (uintptr_t)fd;
 }
 
 bool SockClose(uintptr_t s) {
@@ -191,17 +197,11 @@ uintptr_t SockAccept(uintptr_t s, bool* pbWouldBlock) {
     const int fd = accept(Fd(s), nullptr, nullptr);
 #endif
     if (fd >= 0) {
-#if !defined(__linux__)
-      if (!SetCloseOnExec(fd)) {
-        close(fd);
-        return kSockInvalid;
-      }
+#if defined(__linux__)
+      return Prepared(fd, false);
+#else
+      return Prepared(fd, true);
 #endif
-      if (!SetNoSigPipe(fd)) {
-        close(fd);
-        return kSockInvalid;
-      }
-      return (uintptr_t)fd;
     }
     const int e = errno;
     if (e == EINTR) continue;
@@ -315,54 +315,17 @@ long SockSend(uintptr_t s, const void* p, unsigned long n) {
 }
 
 bool SockPeerAddr(uintptr_t s, uint32_t* pAddr, uint16_t* pPort) {
-  sockaddr_in sa;
-  socklen_t n = sizeof(sa);
-  memset(&sa, 0, sizeof(sa));
-  if (getpeername(Fd(s), (sockaddr*)&sa, &n) != 0) return Refused("getpeername", errno);
-  if (sa.sin_family != AF_INET) return Refused("getpeername", EAFNOSUPPORT);
-  if (pAddr) *pAddr = sa.sin_addr.s_addr;
-  if (pPort) *pPort = ntohs(sa.sin_port);
-  return true;
+  return sockshared::NameOf<socklen_t>(getpeername, "getpeername", Fd(s), pAddr, pPort);
 }
 
 bool SockLocalAddr(uintptr_t s, uint32_t* pAddr, uint16_t* pPort) {
-  sockaddr_in sa;
-  socklen_t n = sizeof(sa);
-  memset(&sa, 0, sizeof(sa));
-  if (getsockname(Fd(s), (sockaddr*)&sa, &n) != 0) return Refused("getsockname", errno);
-  if (sa.sin_family != AF_INET) return Refused("getsockname", EAFNOSUPPORT);
-  if (pAddr) *pAddr = sa.sin_addr.s_addr;
-  if (pPort) *pPort = ntohs(sa.sin_port);
-  return true;
+  return sockshared::NameOf<socklen_t>(getsockname, "getsockname", Fd(s), pAddr, pPort);
 }
 
-// getnameinfo/getaddrinfo: the thread-safe forms of gethostbyaddr and
-// gethostbyname. A name that does not resolve is an answer, not a failure.
-bool SockHostByAddr(uint32_t nAddr, std::string& strName) {
-  sockaddr_in sa;
-  ToSockaddr(nAddr, 0, sa);
-  char szHost[NI_MAXHOST];
-  const int rc = getnameinfo((const sockaddr*)&sa, sizeof(sa), szHost, sizeof(szHost), nullptr, 0,
-                             NI_NAMEREQD);
-  if (rc != 0) return false;
-  strName = szHost;
-  return true;
-}
+bool SockHostByAddr(uint32_t nAddr, std::string& strName) { return sockshared::HostByAddr(nAddr, strName); }
 
 bool SockAddrsByName(const char* szName, std::vector<uint32_t>& addrs) {
-  addrs.clear();
-  if (!szName || !*szName) return false;
-  addrinfo hints;
-  memset(&hints, 0, sizeof(hints));
-  hints.ai_family = AF_INET;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* pList = nullptr;
-  if (getaddrinfo(szName, nullptr, &hints, &pList) != 0) return false;
-  for (addrinfo* p = pList; p; p = p->ai_next)
-    if (p->ai_family == AF_INET && p->ai_addr)
-      addrs.push_back(((const sockaddr_in*)p->ai_addr)->sin_addr.s_addr);
-  freeaddrinfo(pList);
-  return !addrs.empty();
+  return sockshared::AddrsByName(szName, addrs);
 }
 
 }  // namespace kplat

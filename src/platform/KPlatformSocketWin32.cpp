@@ -29,16 +29,19 @@ bool SetNoInherit(SOCKET s) {
   return true;
 }
 
-void ToSockaddr(uint32_t nAddr, uint16_t nPort, sockaddr_in& sa) {
-  memset(&sa, 0, sizeof(sa));
-  sa.sin_family = AF_INET;
-  sa.sin_port = htons(nPort);
-  sa.sin_addr.s_addr = nAddr;
-}
-
 int Len(unsigned long n) { return n > 0x7FFFFFFFul ? 0x7FFFFFFF : (int)n; }
 
+bool RefusedNow(const char* szCall) { return Refused(szCall); }
+bool RefusedNotIpv4(const char* szCall) { return Refused(szCall, WSAEAFNOSUPPORT); }
+
 }  // namespace
+}  // namespace kplat
+
+#include "platform/KPlatformSocketShared.h"
+
+namespace kplat {
+
+using sockshared::ToSockaddr;
 
 int SockLastError() { return WSAGetLastError(); }
 void SockSetLastError(int nCode) { WSASetLastError(nCode); }
@@ -163,51 +166,17 @@ long SockSend(uintptr_t s, const void* p, unsigned long n) {
 }
 
 bool SockPeerAddr(uintptr_t s, uint32_t* pAddr, uint16_t* pPort) {
-  sockaddr_in sa;
-  int n = sizeof(sa);
-  memset(&sa, 0, sizeof(sa));
-  if (getpeername((SOCKET)s, (sockaddr*)&sa, &n) != 0) return Refused("getpeername");
-  if (sa.sin_family != AF_INET) return Refused("getpeername", WSAEAFNOSUPPORT);
-  if (pAddr) *pAddr = sa.sin_addr.s_addr;
-  if (pPort) *pPort = ntohs(sa.sin_port);
-  return true;
+  return sockshared::NameOf<int>(getpeername, "getpeername", (SOCKET)s, pAddr, pPort);
 }
 
 bool SockLocalAddr(uintptr_t s, uint32_t* pAddr, uint16_t* pPort) {
-  sockaddr_in sa;
-  int n = sizeof(sa);
-  memset(&sa, 0, sizeof(sa));
-  if (getsockname((SOCKET)s, (sockaddr*)&sa, &n) != 0) return Refused("getsockname");
-  if (sa.sin_family != AF_INET) return Refused("getsockname", WSAEAFNOSUPPORT);
-  if (pAddr) *pAddr = sa.sin_addr.s_addr;
-  if (pPort) *pPort = ntohs(sa.sin_port);
-  return true;
+  return sockshared::NameOf<int>(getsockname, "getsockname", (SOCKET)s, pAddr, pPort);
 }
 
-bool SockHostByAddr(uint32_t nAddr, std::string& strName) {
-  sockaddr_in sa;
-  ToSockaddr(nAddr, 0, sa);
-  char szHost[NI_MAXHOST];
-  if (getnameinfo((const sockaddr*)&sa, sizeof(sa), szHost, sizeof(szHost), nullptr, 0, NI_NAMEREQD) != 0)
-    return false;
-  strName = szHost;
-  return true;
-}
+bool SockHostByAddr(uint32_t nAddr, std::string& strName) { return sockshared::HostByAddr(nAddr, strName); }
 
 bool SockAddrsByName(const char* szName, std::vector<uint32_t>& addrs) {
-  addrs.clear();
-  if (!szName || !*szName) return false;
-  addrinfo hints;
-  memset(&hints, 0, sizeof(hints));
-  hints.ai_family = AF_INET;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* pList = nullptr;
-  if (getaddrinfo(szName, nullptr, &hints, &pList) != 0) return false;
-  for (addrinfo* p = pList; p; p = p->ai_next)
-    if (p->ai_family == AF_INET && p->ai_addr)
-      addrs.push_back(((const sockaddr_in*)p->ai_addr)->sin_addr.s_addr);
-  freeaddrinfo(pList);
-  return !addrs.empty();
+  return sockshared::AddrsByName(szName, addrs);
 }
 
 }  // namespace kplat

@@ -3,9 +3,11 @@
 // POSIX: KPlatformThreadPosix.cpp (pthreads). Windows counterparts: Mutex is
 // a CRITICAL_SECTION (Enter/Leave/TryEnterCriticalSection, its OwningThread
 // for MutexIsOwned); Event is CreateEvent/SetEvent/ResetEvent with
-// WaitForSingleObject; Thread is _beginthreadex with WaitForSingleObject on
-// its handle and TerminateThread for ThreadTerminate; priorities are
-// SetThreadPriority/GetThreadPriority; CurrentThreadId is GetCurrentThreadId.
+// WaitForSingleObject; Thread is a job run by a _beginthreadex thread (new,
+// or parked in a pool on an SRWLOCK and a CONDITION_VARIABLE), its end an
+// event, ThreadTerminate a flag acted on at the library's waits (never
+// TerminateThread); priorities are SetThreadPriority/GetThreadPriority;
+// CurrentThreadId is GetCurrentThreadId.
 //
 // Creation functions throw CKMemoryException when the system has no room;
 // every other failure is reported (type 10 log line) and returned.
@@ -58,10 +60,19 @@ void SleepMs(uint32_t nMilliseconds);
 // Identifier of the calling thread (a small stable number per thread).
 uint32_t CurrentThreadId();
 
-// Threads. A thread runs pFunc(pArg) and then ends. nStackSize 0 takes the
-// system's default stack; null when the thread cannot be created (reported).
+// Threads. A thread is one job: it runs pFunc(pArg) and then ends. nStackSize
+// 0 takes the system's default stack; null when the thread cannot be created
+// (reported). The handle is also stored in *ppHandle (if given) before
+// pFunc can start, and reset there on failure.
+//
+// Jobs with the default stack run on pooled OS threads: a thread that
+// finished a job waits up to 2 s for the next one (at most 64 wait), so
+// CurrentThreadId may repeat from one job to the next, as the OS reuses ids
+// anyway. A job starts with the priority the OS thread was born with; a
+// forced termination ends that OS thread, never a later job.
 struct Thread;
-Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize = 0);
+Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize = 0,
+                     Thread** ppHandle = nullptr);
 // Waits for the end up to nMilliseconds; true when it has ended.
 bool ThreadWait(Thread* t, uint32_t nMilliseconds);
 bool ThreadHasEnded(Thread* t);

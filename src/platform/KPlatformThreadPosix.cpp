@@ -10,6 +10,7 @@
 #include <new>
 
 #include <pthread.h>
+#include <semaphore.h>
 #include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
@@ -20,6 +21,7 @@
 #include <base/tools/KException.h>
 
 #include "platform/KPlatformEnv.h"
+#include "platform/KPlatformThreadPool.h"
 
 namespace kplat {
 
@@ -221,18 +223,22 @@ static bool MonotonicNow(struct timespec* ts) {
   return false;
 }
 
+// The CLOCK_MONOTONIC time nMilliseconds from now.
+static bool DeadlineIn(uint32_t nMilliseconds, struct timespec* ts) {
+  if (!MonotonicNow(ts)) return false;
+  ts->tv_sec += nMilliseconds / 1000;
+  ts->tv_nsec += (long)(nMilliseconds % 1000) * 1000000L;
+  if (ts->tv_nsec >= 1000000000L) {
+    ts->tv_sec++;
+    ts->tv_nsec -= 1000000000L;
+  }
+  return true;
+}
+
 bool EventWait(Event* e, uint32_t nMilliseconds) {
   const bool bForever = nMilliseconds == 0xFFFFFFFFu;
   struct timespec ts = {0, 0};
-  if (!bForever) {
-    if (!MonotonicNow(&ts)) return false;
-    ts.tv_sec += nMilliseconds / 1000;
-    ts.tv_nsec += (long)(nMilliseconds % 1000) * 1000000L;
-    if (ts.tv_nsec >= 1000000000L) {
-      ts.tv_sec++;
-      ts.tv_nsec -= 1000000000L;
-    }
-  }
+  if (!bForever && !DeadlineIn(nMilliseconds, &ts)) return false;
   if (!LockEvent(e)) return false;
   bool bSignalled;
   {
@@ -285,13 +291,21 @@ uint32_t CurrentThreadId() {
 }
 
 // ---------------------------------------------------------------- threads
-// The handle is shared by the creator and the running thread; whichever lets
-// go last frees it, so a released handle never dangles under a live thread.
+// A Thread is one job: pFunc(pArg) on some OS thread. Jobs with the default
+// stack run on pooled workers: a worker that finished a job parks for a while
+// and takes the next job handed to ThreadCreate, which saves the creation and
+// teardown of an OS thread (stack mapping, clone, exit) per job. A job with a
+// stack size of its own gets an OS thread of its own that ends with it.
+//
+// The handle is shared by the creator and the running side; whichever lets
+// go last frees it, so a released handle never dangles under a live job.
 struct Thread {
-  pthread_t id;
   void (*pFunc)(void*);
   void* pArg;
-  Event* pEnded;
+  Event* pEnded;          // set when the job is over; its mutex also guards bCancelAsked
+  pthread_t worker;       // the OS thread that runs the job, once bStarted
+  bool bStarted;
+  bool bCancelAsked;      // a forced termination was asked for this job
   std::atomic<int> nRefs;
 };
 
@@ -303,67 +317,264 @@ static void ThreadUnref(Thread* t) {
 }
 
 namespace {
-// Marks the end when the body returns and when a forced termination
-// unwinds it.
-class EndMark {
+
+// The job the calling thread runs, null outside a job.
+thread_local Thread* tJob = nullptr;
+// The nice value the thread had before its first priority change, kept so
+// that a pooled worker hands the next job the priority it was born with.
+thread_local bool tPriorityTouched = false;
+thread_local int tBirthNice = 0;
+
+// Parked workers: each waits on its own semaphore for a job, on its own
+// stack; the job is handed over under the pool lock and the semaphore is
+// posted after it, so the woken worker never waits for that lock. The pool
+// is plain static data without a destructor, so workers still parked while
+// the process exits never touch a destroyed object.
+struct Worker {
+  sem_t sem;
+  // Published with release order before the post: the semaphore orders it
+  // too, but not every checker sees that through sem_clockwait.
+  std::atomic<Thread*> pJob;
+  Worker* pPrev;
+  Worker* pNext;
+};
+
+pthread_mutex_t gPoolMutex = PTHREAD_MUTEX_INITIALIZER;
+pool::Parked<Worker> gParked;  // under gPoolMutex
+using pool::kParkMs;
+
+// Ends a job once, when its body returns and when a forced termination
+// unwinds it: marks it ended and tells whether a termination was sent (that
+// worker has it pending and must not take another job).
+class JobEnd {
 public:
-  explicit EndMark(Thread* t) : m_t(t) {}
-  ~EndMark() {
-    EventSet(m_t->pEnded);
+  JobEnd(Thread* t, bool* pbCancelled) : m_t(t), m_pbCancelled(pbCancelled) {}
+  ~JobEnd() {
+    tJob = nullptr;
+    bool bCancelled = true;  // if the lock fails, do not reuse the worker
+    if (LockEvent(m_t->pEnded)) {
+      bCancelled = m_t->bCancelAsked;
+      m_t->pEnded->bSet = true;
+      const int rc = pthread_cond_broadcast(&m_t->pEnded->c);
+      pthread_mutex_unlock(&m_t->pEnded->m);
+      if (rc != 0) ReportError("pthread_cond_broadcast", rc);
+    }
+    *m_pbCancelled = bCancelled;
     ThreadUnref(m_t);
   }
-  EndMark(const EndMark&) = delete;
-  EndMark& operator=(const EndMark&) = delete;
+  JobEnd(const JobEnd&) = delete;
+  JobEnd& operator=(const JobEnd&) = delete;
 
 private:
   Thread* m_t;
+  bool* m_pbCancelled;
 };
+
+// Whether the worker can take another job: nothing pending against it, and
+// the priority its last job set undone.
+bool ReadyForNextJob(bool bCancelled) {
+  if (bCancelled) return false;
+  if (tPriorityTouched) {
+#if defined(__linux__)
+    if (setpriority(PRIO_PROCESS, (id_t)CurrentThreadId(), tBirthNice) != 0) return false;
+#endif
+    tPriorityTouched = false;
+  }
+  return true;
+}
+
+// Waits for the semaphore until ts (CLOCK_MONOTONIC), or for ever when ts
+// is null; false on time-out or failure (reported).
+bool SemWait(sem_t* p, const struct timespec* ts) {
+  for (;;) {
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 30)
+    const int rc = ts ? sem_clockwait(p, CLOCK_MONOTONIC, ts) : sem_wait(p);
+#else
+    // Without a monotonic wait the idle time-out follows the wall clock.
+    struct timespec tsReal;
+    if (ts && clock_gettime(CLOCK_REALTIME, &tsReal) != 0) {
+      ReportError("clock_gettime", errno);
+      return false;
+    }
+    if (ts) tsReal.tv_sec += kParkMs / 1000 + 1;
+    const int rc = ts ? sem_timedwait(p, &tsReal) : sem_wait(p);
+#endif
+    if (rc == 0) return true;
+    if (errno == EINTR) continue;
+    if (errno != ETIMEDOUT) ReportError("sem_wait", errno);
+    return false;
+  }
+}
+
+// Parks the worker until a job comes (returned) or the time-out passes or
+// the pool is full (null: the worker ends).
+Thread* Park(Worker* w) {
+  struct timespec ts;
+  if (!DeadlineIn(kParkMs, &ts)) return nullptr;
+  int rc = pthread_mutex_lock(&gPoolMutex);
+  if (rc != 0) {
+    ReportError("pthread_mutex_lock", rc);
+    return nullptr;
+  }
+  w->pJob.store(nullptr, std::memory_order_relaxed);
+  if (!gParked.Push(w)) {
+    pthread_mutex_unlock(&gPoolMutex);
+    return nullptr;
+  }
+  pthread_mutex_unlock(&gPoolMutex);
+  if (SemWait(&w->sem, &ts)) return w->pJob.load(std::memory_order_acquire);
+  rc = pthread_mutex_lock(&gPoolMutex);
+  if (rc != 0) {
+    // Cannot tell whether a job is on its way: wait for it rather than lose it.
+    ReportError("pthread_mutex_lock", rc);
+    return SemWait(&w->sem, nullptr) ? w->pJob.load(std::memory_order_acquire) : nullptr;
+  }
+  const bool bListed = w->pJob.load(std::memory_order_acquire) == nullptr;
+  if (bListed) {
+    // Nobody took it: it leaves the pool.
+    gParked.Remove(w);
+  }
+  pthread_mutex_unlock(&gPoolMutex);
+  if (bListed) return nullptr;
+  // Taken just as the wait ended: the post is on its way.
+  return SemWait(&w->sem, nullptr) ? w->pJob.load(std::memory_order_acquire) : nullptr;
+}
+
+// Hands the job to a parked worker; false when none is parked.
+bool HandToParked(Thread* t) {
+  const int rc = pthread_mutex_lock(&gPoolMutex);
+  if (rc != 0) {
+    ReportError("pthread_mutex_lock", rc);
+    return false;
+  }
+  Worker* w = gParked.Pop();
+  if (w) w->pJob.store(t, std::memory_order_release);
+  pthread_mutex_unlock(&gPoolMutex);
+  if (!w) return false;
+  // The worker waits for this post before it can go: w stays valid. If the
+  // post fails the worker never runs the job: a new thread takes it.
+  if (sem_post(&w->sem) == 0) return true;
+  ReportError("sem_post", errno);
+  return false;
+}
+
+struct WorkerStart {
+  Thread* pJob;
+  bool bPooled;
+};
+
 }  // namespace
 
-static void* ThreadTrampoline(void* p) {
-  Thread* t = (Thread*)p;
+static void RunJob(Thread* t, bool* pbCancelled) {
+  JobEnd end(t, pbCancelled);
+  // The worker names itself: a termination asked before this point is
+  // delivered now and takes hold at the body's first termination point.
+  bool bPending = false;
+  if (LockEvent(t->pEnded)) {
+    t->worker = pthread_self();
+    t->bStarted = true;
+    bPending = t->bCancelAsked;
+    pthread_mutex_unlock(&t->pEnded->m);
+  }
+  if (bPending) {
+    const int rc = pthread_cancel(pthread_self());
+    if (rc != 0) ReportError("pthread_cancel", rc);
+  }
+  tJob = t;
+  t->pFunc(t->pArg);
+}
+
+static void* WorkerMain(void* p) {
+  Thread* t = ((WorkerStart*)p)->pJob;
+  bool bPooled = ((WorkerStart*)p)->bPooled;
+  delete (WorkerStart*)p;
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
   tIsWorker = true;
-  EndMark end(t);
-  t->pFunc(t->pArg);
+  Worker w;
+  // Without its semaphore the worker runs this one job only.
+  if (bPooled && sem_init(&w.sem, 0, 0) != 0) {
+    ReportError("sem_init", errno);
+    bPooled = false;
+  }
+  // A forced termination unwinds through here: the semaphore goes with it.
+  struct SemRelease {
+    Worker* w;
+    bool b;
+    ~SemRelease() {
+      if (b) sem_destroy(&w->sem);
+    }
+  } release{&w, bPooled};
+  while (t) {
+    bool bCancelled = false;
+    RunJob(t, &bCancelled);
+    t = bPooled && ReadyForNextJob(bCancelled) ? Park(&w) : nullptr;
+  }
   return nullptr;
 }
 
-Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize) {
+Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize, Thread** ppHandle) {
+  std::unique_ptr<Thread> t(new (std::nothrow) Thread);
+  if (!t) NoRoom(__LINE__);
+  t->pFunc = pFunc;
+  t->pArg = pArg;
+  t->pEnded = EventNew(true, false);
+  t->bStarted = false;
+  t->bCancelAsked = false;
+  t->nRefs = 2;
+  // Unpublished again by every failure below.
+  struct Publish {
+    Thread** pp;
+    bool bDone;
+    ~Publish() {
+      if (pp && !bDone) *pp = nullptr;
+    }
+  } publish{ppHandle, false};
+  if (ppHandle) *ppHandle = t.get();
+  const bool bPooled = nStackSize == 0;
+  if (bPooled && HandToParked(t.get())) {
+    publish.bDone = true;
+    return t.release();
+  }
+
   pthread_attr_t attr;
   int rc = pthread_attr_init(&attr);
   if (rc != 0) {
     ReportError("pthread_attr_init", rc);
+    EventFree(t->pEnded);
+    return nullptr;
+  }
+  // Nobody joins a worker: it may outlive its job, parked.
+  rc = pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+  if (rc != 0) {
+    pthread_attr_destroy(&attr);
+    ReportError("pthread_attr_setdetachstate", rc);
+    EventFree(t->pEnded);
     return nullptr;
   }
   // A size the system refuses fails here, like a stack it cannot map later.
   if (nStackSize && (rc = pthread_attr_setstacksize(&attr, nStackSize)) != 0) {
     pthread_attr_destroy(&attr);
     ReportError("pthread_attr_setstacksize", rc);
+    EventFree(t->pEnded);
     return nullptr;
   }
-  std::unique_ptr<Thread> t(new (std::nothrow) Thread);
-  if (!t) {
+  WorkerStart* pStart = new (std::nothrow) WorkerStart{t.get(), bPooled};
+  if (!pStart) {
     pthread_attr_destroy(&attr);
+    EventFree(t->pEnded);
     NoRoom(__LINE__);
   }
-  t->pFunc = pFunc;
-  t->pArg = pArg;
-  try {
-    t->pEnded = EventNew(true, false);
-  } catch (...) {
-    pthread_attr_destroy(&attr);
-    throw;
-  }
-  t->nRefs = 2;
-  rc = pthread_create(&t->id, &attr, ThreadTrampoline, t.get());
+  pthread_t id;
+  rc = pthread_create(&id, &attr, WorkerMain, pStart);
   pthread_attr_destroy(&attr);
   if (rc != 0) {
+    delete pStart;
     ReportError("pthread_create", rc);
     EventFree(t->pEnded);
     return nullptr;
   }
+  publish.bDone = true;
   return t.release();
 }
 
@@ -375,8 +586,16 @@ bool ThreadWait(Thread* t, uint32_t nMilliseconds) {
 bool ThreadHasEnded(Thread* t) { return !t || EventIsSet(t->pEnded); }
 
 bool ThreadTerminate(Thread* t) {
-  if (!t || EventIsSet(t->pEnded)) return true;
-  const int rc = pthread_cancel(t->id);
+  if (!t) return true;
+  // Under the job's lock: the worker cannot move on to another job between
+  // the test and the cancellation.
+  if (!LockEvent(t->pEnded)) return false;
+  int rc = 0;
+  if (!t->pEnded->bSet) {
+    t->bCancelAsked = true;
+    if (t->bStarted) rc = pthread_cancel(t->worker);
+  }
+  pthread_mutex_unlock(&t->pEnded->m);
   // ESRCH: it ended between the two calls.
   if (rc != 0 && rc != ESRCH) {
     ReportError("pthread_cancel", rc);
@@ -385,13 +604,10 @@ bool ThreadTerminate(Thread* t) {
   return true;
 }
 
-bool ThreadIsCurrent(Thread* t) { return t && pthread_equal(t->id, pthread_self()); }
+bool ThreadIsCurrent(Thread* t) { return t && tJob == t; }
 
 void ThreadRelease(Thread* t) {
   if (!t) return;
-  const bool bJoin = !ThreadIsCurrent(t) && EventIsSet(t->pEnded);
-  const int rc = bJoin ? pthread_join(t->id, nullptr) : pthread_detach(t->id);
-  if (rc != 0) ReportError(bJoin ? "pthread_join" : "pthread_detach", rc);
   ThreadUnref(t);
 }
 
@@ -413,7 +629,18 @@ bool ThreadSetPriority(int nPriority) {
 #if defined(__linux__)
   // Linux-only: setpriority on a thread id sets that thread's nice value.
   // Refusals (no privilege to raise priority) are the caller's to report.
-  return setpriority(PRIO_PROCESS, (id_t)CurrentThreadId(), nNice) == 0;
+  const id_t nTid = (id_t)CurrentThreadId();
+  if (!tPriorityTouched) {
+    errno = 0;
+    const int nNow = getpriority(PRIO_PROCESS, nTid);
+    if (nNow == -1 && errno != 0) {
+      ReportError("getpriority", errno);
+      return false;
+    }
+    tBirthNice = nNow;
+    tPriorityTouched = true;
+  }
+  return setpriority(PRIO_PROCESS, nTid, nNice) == 0;
 #else
   // POSIX gives nice values to whole processes only.
   (void)nNice;

@@ -14,6 +14,7 @@
 #include <base/tools/KException.h>
 
 #include "platform/KPlatformEnv.h"
+#include "platform/KPlatformThreadPool.h"
 
 namespace kplat {
 
@@ -26,7 +27,7 @@ namespace {
 
 struct ThreadCancelled {};
 
-thread_local Thread* tSelf = nullptr;  // the worker's own handle, null elsewhere
+thread_local Thread* tSelf = nullptr;  // the job the thread runs, null elsewhere
 thread_local int tHoldOff = 0;
 
 [[noreturn]] void NoRoom(unsigned nLine) { throw CKMemoryException(KSRC_PATH, nLine); }
@@ -40,18 +41,18 @@ struct Event {
   bool bSet;
 };
 
-// The handle is shared by the creator and the running thread; whichever lets
-// go last frees it, so a released handle never dangles under a live thread.
+// A Thread is one job: pFunc(pArg) on some OS thread (pooled as on POSIX;
+// see the threads section below). The handle is shared by the creator and
+// the running side; whichever lets go last frees it.
 struct Thread {
-  HANDLE hThread;
-  DWORD nId;
   void (*pFunc)(void*);
   void* pArg;
   std::atomic<int> nRefs;
-  std::atomic<bool> bCancel;
-  CRITICAL_SECTION csWait;  // guards pWaitingOn
-  Event* pWaitingOn;        // the event the worker is blocked on, if any
-  Event* pSleep;            // never set: SleepMs waits on it
+  std::atomic<bool> bCancel;  // per job: it can never reach a later job
+  CRITICAL_SECTION csWait;    // guards pWaitingOn
+  Event* pWaitingOn;          // the event the job is blocked on, if any
+  Event* pSleep;              // never set: SleepMs waits on it
+  Event* pEnded;              // set when the job is over
 };
 
 static bool CancelPending() {
@@ -225,29 +226,127 @@ void SleepMs(uint32_t nMilliseconds) {
 uint32_t CurrentThreadId() { return (uint32_t)GetCurrentThreadId(); }
 
 // ---------------------------------------------------------------- threads
+// Jobs with the default stack run on pooled workers: a worker that finished
+// a job parks for a while and takes the next job handed to ThreadCreate,
+// which saves the creation and teardown of an OS thread per job. A job with
+// a stack size of its own gets a thread of its own that ends with it.
 static void ThreadUnref(Thread* t) {
   if (t->nRefs.fetch_sub(1) == 1) {
-    CloseHandle(t->hThread);
     DeleteCriticalSection(&t->csWait);
     EventFree(t->pSleep);
+    EventFree(t->pEnded);
     delete t;
   }
 }
 
-static unsigned __stdcall ThreadTrampoline(void* p) {
-  Thread* t = (Thread*)p;
+namespace {
+
+// The priority the thread had before its first change, so that a pooled
+// worker hands the next job the priority it was born with.
+thread_local bool tPriorityTouched = false;
+thread_local int tBirthPriority = 0;
+
+// Parked workers, each on its own stack waiting on its own condition. The
+// pool is static data without a destructor: a worker still parked while the
+// process exits never touches a destroyed object.
+struct Worker {
+  CONDITION_VARIABLE cond;
+  Thread* pJob;
+  Worker* pPrev;
+  Worker* pNext;
+};
+
+SRWLOCK gPoolLock = SRWLOCK_INIT;
+pool::Parked<Worker> gParked;  // under gPoolLock
+
+struct WorkerStart {
+  Thread* pJob;
+  bool bPooled;
+};
+
+// Runs one job; true when it was terminated (or asked to be).
+bool RunJob(Thread* t) {
+  bool bCancelled = false;
   tSelf = t;
   try {
     t->pFunc(t->pArg);
   } catch (const ThreadCancelled&) {
-    // Terminated: the stack is unwound, the thread ends here.
+    // Terminated: the job's stack is unwound, its worker ends.
+    bCancelled = true;
   }
   tSelf = nullptr;
+  bCancelled = bCancelled || t->bCancel.load();
+  EventSet(t->pEnded);
   ThreadUnref(t);
+  return bCancelled;
+}
+
+bool ReadyForNextJob(bool bCancelled) {
+  if (bCancelled) return false;
+  if (tPriorityTouched) {
+    if (!SetThreadPriority(GetCurrentThread(), tBirthPriority)) {
+      ReportError("SetThreadPriority", (int)GetLastError());
+      return false;
+    }
+    tPriorityTouched = false;
+  }
+  return true;
+}
+
+// Parks until a job comes (returned), the time-out passes or the pool is
+// full (null: the worker ends).
+Thread* Park(Worker* w) {
+  AcquireSRWLockExclusive(&gPoolLock);
+  w->pJob = nullptr;
+  if (!gParked.Push(w)) {
+    ReleaseSRWLockExclusive(&gPoolLock);
+    return nullptr;
+  }
+  const ULONGLONG nDeadline = GetTickCount64() + pool::kParkMs;
+  while (!w->pJob) {
+    const ULONGLONG nNow = GetTickCount64();
+    if (nNow >= nDeadline) break;
+    if (!SleepConditionVariableSRW(&w->cond, &gPoolLock, (DWORD)(nDeadline - nNow), 0)) {
+      const DWORD nErr = GetLastError();
+      if (nErr == ERROR_TIMEOUT) continue;  // the loop checks the deadline
+      ReportError("SleepConditionVariableSRW", (int)nErr);
+      break;
+    }
+  }
+  Thread* t = w->pJob;
+  if (!t) gParked.Remove(w);  // nobody took it: it leaves the pool
+  ReleaseSRWLockExclusive(&gPoolLock);
+  return t;
+}
+
+bool HandToParked(Thread* t) {
+  AcquireSRWLockExclusive(&gPoolLock);
+  Worker* w = gParked.Pop();
+  if (w) {
+    w->pJob = t;
+    WakeConditionVariable(&w->cond);
+  }
+  ReleaseSRWLockExclusive(&gPoolLock);
+  return w != nullptr;
+}
+
+}  // namespace
+
+static unsigned __stdcall WorkerMain(void* p) {
+  Thread* t = ((WorkerStart*)p)->pJob;
+  const bool bPooled = ((WorkerStart*)p)->bPooled;
+  delete (WorkerStart*)p;
+  Worker w;
+  InitializeConditionVariable(&w.cond);
+  while (t) {
+    const bool bCancelled = RunJob(t);
+    t = bPooled && ReadyForNextJob(bCancelled) ? Park(&w) : nullptr;
+  }
   return 0;
 }
 
-Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize) {
+Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize, Thread** ppHandle) {
+  if (ppHandle) *ppHandle = nullptr;
   // _beginthreadex takes 32 bits of stack size: a larger one cannot be had.
   if (nStackSize > 0x7FFFFFFFu) {
     ReportError("_beginthreadex", ERROR_NOT_ENOUGH_MEMORY);
@@ -261,63 +360,51 @@ Thread* ThreadCreate(void (*pFunc)(void*), void* pArg, size_t nStackSize) {
   t->bCancel = false;
   t->pWaitingOn = nullptr;
   t->pSleep = EventNew(true, false);
+  try {
+    t->pEnded = EventNew(true, false);
+  } catch (...) {
+    EventFree(t->pSleep);
+    throw;
+  }
   InitializeCriticalSection(&t->csWait);
+  // Published before the job can start; unpublished on failure.
+  if (ppHandle) *ppHandle = t.get();
+  const bool bPooled = nStackSize == 0;
+  if (bPooled && HandToParked(t.get())) return t.release();
+  WorkerStart* pStart = new (std::nothrow) WorkerStart{t.get(), bPooled};
   unsigned nId = 0;
-  // Created suspended so that the handle is stored before the body runs.
-  const uintptr_t h = _beginthreadex(nullptr, (unsigned)nStackSize, ThreadTrampoline, t.get(),
-                                     CREATE_SUSPENDED | (nStackSize ? STACK_SIZE_PARAM_IS_A_RESERVATION : 0),
-                                     &nId);
+  const uintptr_t h =
+      pStart ? _beginthreadex(nullptr, (unsigned)nStackSize, WorkerMain, pStart,
+                              nStackSize ? STACK_SIZE_PARAM_IS_A_RESERVATION : 0, &nId)
+             : 0;
   if (h == 0) {
-    ReportError("_beginthreadex", (int)GetLastError());
+    const DWORD nErr = pStart ? GetLastError() : (DWORD)ERROR_NOT_ENOUGH_MEMORY;
+    delete pStart;
+    if (ppHandle) *ppHandle = nullptr;
     DeleteCriticalSection(&t->csWait);
     EventFree(t->pSleep);
+    EventFree(t->pEnded);
+    if (!pStart) NoRoom(__LINE__);
+    ReportError("_beginthreadex", (int)nErr);
     return nullptr;
   }
-  t->hThread = (HANDLE)h;
-  t->nId = nId;
-  Thread* pThread = t.release();
-  if (ResumeThread(pThread->hThread) == (DWORD)-1) {
-    ReportError("ResumeThread", (int)GetLastError());
-    TerminateThread(pThread->hThread, 1);  // never ran a line of the body
-    pThread->nRefs = 1;
-    ThreadUnref(pThread);
-    return nullptr;
-  }
-  return pThread;
+  // Nobody waits on the OS thread itself: a job's end is its event.
+  CloseHandle((HANDLE)h);
+  return t.release();
 }
 
 bool ThreadWait(Thread* t, uint32_t nMilliseconds) {
   if (!t) return true;
-  // A worker waiting for another thread can itself be terminated here.
-  if (tSelf && tHoldOff == 0) {
-    const ULONGLONG nDeadline = GetTickCount64() + nMilliseconds;
-    for (;;) {
-      ThreadTestCancel();
-      DWORD nSlice = 50;
-      if (nMilliseconds != 0xFFFFFFFFu) {
-        const ULONGLONG nNow = GetTickCount64();
-        if (nNow >= nDeadline) return WaitForSingleObject(t->hThread, 0) == WAIT_OBJECT_0;
-        if (nDeadline - nNow < nSlice) nSlice = (DWORD)(nDeadline - nNow);
-      }
-      const DWORD r = WaitForSingleObject(t->hThread, nSlice);
-      if (r == WAIT_OBJECT_0) return true;
-      if (r != WAIT_TIMEOUT) break;
-    }
-  } else {
-    const DWORD r = WaitForSingleObject(t->hThread, nMilliseconds);
-    if (r == WAIT_OBJECT_0) return true;
-    if (r == WAIT_TIMEOUT) return false;
-  }
-  ReportError("WaitForSingleObject", (int)GetLastError());
-  return false;
+  // A worker waiting for another job can itself be terminated here.
+  return EventWait(t->pEnded, nMilliseconds);
 }
 
-bool ThreadHasEnded(Thread* t) { return !t || WaitForSingleObject(t->hThread, 0) == WAIT_OBJECT_0; }
+bool ThreadHasEnded(Thread* t) { return !t || EventIsSet(t->pEnded); }
 
 bool ThreadTerminate(Thread* t) {
   if (!t || ThreadHasEnded(t)) return true;
   t->bCancel = true;
-  // Wake the worker if it is blocked in a library wait; csWait keeps the
+  // Wake the job if it is blocked in a library wait; csWait keeps the
   // event alive until it is woken.
   EnterCriticalSection(&t->csWait);
   if (Event* e = t->pWaitingOn) {
@@ -329,7 +416,7 @@ bool ThreadTerminate(Thread* t) {
   return true;
 }
 
-bool ThreadIsCurrent(Thread* t) { return t && t->nId == GetCurrentThreadId(); }
+bool ThreadIsCurrent(Thread* t) { return t && tSelf == t; }
 
 void ThreadRelease(Thread* t) {
   if (!t) return;
@@ -340,6 +427,15 @@ bool ThreadSetPriority(int nPriority) {
   switch (nPriority) {
     case -15: case -2: case -1: case 0: case 1: case 2: case 15: break;
     default: return false;
+  }
+  if (!tPriorityTouched) {
+    const int nNow = GetThreadPriority(GetCurrentThread());
+    if (nNow == THREAD_PRIORITY_ERROR_RETURN) {
+      ReportError("GetThreadPriority", (int)GetLastError());
+      return false;
+    }
+    tBirthPriority = nNow;
+    tPriorityTouched = true;
   }
   if (SetThreadPriority(GetCurrentThread(), nPriority)) return true;
   ReportError("SetThreadPriority", (int)GetLastError());

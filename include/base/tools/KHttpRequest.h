@@ -140,6 +140,9 @@ public:
 protected:
   friend class CKHttpMiniClient;
 
+  // AcceptNewConnections, telling whether a connection was taken.
+  int AcceptOne(int* pbAccepted);
+
   unsigned short m_nPort;
   unsigned long m_nRequestTimeoutMs;
   unsigned m_nHeaderLimit;

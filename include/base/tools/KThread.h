@@ -113,7 +113,6 @@ private:
   int IsAlive();
 
   kplat::Thread* m_pThread;
-  kplat::Event* m_pStartGate;  // holds the body back until Start has published the handle
 };
 
 // Priority of the calling thread. Nothing happens when it already has the
