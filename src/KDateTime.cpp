@@ -291,32 +291,23 @@ namespace {
 bool OleParts(const COleDateTime& o, Parts& p) {
   return o.GetStatus() == COleDateTime::valid && OleToParts(o.m_dt, p);
 }
+
+// One field of the date's parts, -1 for an invalid date.
+int OleField(const COleDateTime& d, int Parts::*pField) {
+  Parts p;
+  return OleParts(d, p) ? p.*pField : -1;
+}
 }  // namespace
 
 int COleDateTime::GetYear() const {
   Parts p;
   return OleParts(*this, p) ? (int)p.nYear : -1;
 }
-int COleDateTime::GetMonth() const {
-  Parts p;
-  return OleParts(*this, p) ? p.nMonth : -1;
-}
-int COleDateTime::GetDay() const {
-  Parts p;
-  return OleParts(*this, p) ? p.nDay : -1;
-}
-int COleDateTime::GetHour() const {
-  Parts p;
-  return OleParts(*this, p) ? p.nHour : -1;
-}
-int COleDateTime::GetMinute() const {
-  Parts p;
-  return OleParts(*this, p) ? p.nMinute : -1;
-}
-int COleDateTime::GetSecond() const {
-  Parts p;
-  return OleParts(*this, p) ? p.nSecond : -1;
-}
+int COleDateTime::GetMonth() const { return OleField(*this, &Parts::nMonth); }
+int COleDateTime::GetDay() const { return OleField(*this, &Parts::nDay); }
+int COleDateTime::GetHour() const { return OleField(*this, &Parts::nHour); }
+int COleDateTime::GetMinute() const { return OleField(*this, &Parts::nMinute); }
+int COleDateTime::GetSecond() const { return OleField(*this, &Parts::nSecond); }
 int COleDateTime::GetDayOfWeek() const {
   Parts p;
   if (!OleParts(*this, p)) return -1;
